@@ -1,0 +1,123 @@
+// The macro table and its tie to the environment, and the syntax of a macro
+// definition line.
+#include <cstdlib>
+
+#include "macro/macro.h"
+#include "run/make.h"
+#include "run/report.h"
+
+macro *macro_list = nullptr;
+
+namespace {
+
+// Tied to the environment whether or not the environment holds them.
+constexpr const char16_t *always_exported_names[] = {u"PATH", u"LIB", u"INCLUDE"};
+
+macro *lookup(const char16_t *name) {
+    const uint32_t hash = hash_name(name);
+    for (macro *m = macro_list; m; m = m->next)
+        if (m->hash == hash && str_icmp(m->name, name) == 0) return m;
+    return nullptr;
+}
+
+} // namespace
+
+macro *find_macro(const char16_t *name, bool create) {
+    check_name(name);
+    if (macro *m = lookup(name)) return m;
+    macro *m = xcalloc_record<macro>();
+    m->hash = hash_name(name);
+    m->name = str_dup(name);
+    if (char16_t *value = get_env(name)) {
+        m->value = value;
+        m->flags |= MACRO_EXPORTED;
+    }
+    if (!(m->flags & MACRO_EXPORTED))
+        for (const char16_t *always : always_exported_names)
+            if (str_icmp(name, always) == 0) m->flags |= MACRO_EXPORTED;
+    if (!create && !(m->flags & MACRO_EXPORTED)) {
+        free(m->name);
+        free(m);
+        return nullptr;
+    }
+    m->next = macro_list;
+    macro_list = m;
+    return m;
+}
+
+void set_macro(const char16_t *name, const char16_t *value, uint8_t mode) {
+    macro *m = find_macro(name, true);
+    if ((m->flags & MACRO_EXPORTED) && !opt_env) return;  // the whole effect of /E
+    free(m->value);
+    m->value = str_dup(value);
+    if (mode != 1 || !(m->flags & MACRO_SELF_REFERENCED)) clear_substitutions(m);
+    if (m->flags & MACRO_EXPORTED) {
+        // The environment gets the expansion as of now; the table keeps references.
+        char16_t *expanded = expand_macros(m->value, nullptr, true, nullptr);
+        const uint32_t failed = set_env(m->name, expanded);
+        free(expanded);
+        if (failed) report(failed + FATAL);
+    }
+}
+
+int parse_macro_line(const char16_t *line) {
+    const char16_t *p = line;
+    while (*p && !is_space(*p) && *p != u'+' && *p != u'=') ++p;
+    const size_t name_length = static_cast<size_t>(p - line);
+    if (name_length == 0) return 0;
+    while (is_space(*p)) ++p;
+    const bool append = *p == u'+';
+    if (append) ++p;
+    if (*p != u'=') return 0;
+    ++p;
+    while (is_space(*p)) ++p;
+
+    char16_t *name = str_dup_n(line, name_length);
+    clear_macro_mark(name);
+    char16_t *value = expand_macros(p, name, false, nullptr);
+    size_t end = str_len(value);
+    while (end > 0 && is_space(value[end - 1])) --end;
+    value[end] = 0;
+    macro *old = append ? find_macro(name, false) : nullptr;
+    if (old && old->value) {
+        char16_t *joined = str_printf(u"%ls%ls", old->value, value);
+        set_macro(name, joined, 0);
+        free(joined);
+    } else {
+        set_macro(name, value, 1);
+    }
+    free(value);
+    free(name);
+    return 1;
+}
+
+void clear_macro_mark(const char16_t *name) {
+    if (macro *m = find_macro(name, false)) m->flags &= static_cast<uint8_t>(~MACRO_SELF_REFERENCED);
+}
+
+// The environment is not touched, so a name it holds comes back on the next look-up.
+void undefine_macro(const char16_t *name) {
+    check_name(name);
+    const uint32_t hash = hash_name(name);
+    for (macro **link = &macro_list; *link; link = &(*link)->next) {
+        macro *m = *link;
+        if (m->hash == hash && str_icmp(m->name, name) == 0) {
+            *link = m->next;
+            clear_substitutions(m);
+            free(m->name);
+            free(m->value);
+            free(m);
+            return;
+        }
+    }
+}
+
+void free_macros() {
+    while (macro *m = macro_list) {
+        macro_list = m->next;
+        clear_substitutions(m);
+        free(m->name);
+        free(m->value);
+        free(m);
+    }
+}

@@ -1,0 +1,174 @@
+// The graph store: lists of targets, names and commands, and the meaning of a
+// description block.
+#include "target/graph.h"
+
+#include <cstdlib>
+
+#include "exec/exec.h"
+#include "run/make.h"
+#include "run/report.h"
+
+target *target_list = nullptr;
+file_node *file_list = nullptr;
+command *command_list = nullptr;
+target *first_target = nullptr;
+target *suffix_target = nullptr;
+
+namespace {
+
+constexpr size_t ENTRY = sizeof(void *);
+
+// Inference rules: "{..." whatever follows, or ".x....": a dot, a letter or
+// digit, and a further dot somewhere behind the first one.
+bool is_rule_name(const char16_t *name) {
+    if (name[0] == u'{') return true;
+    return name[0] == u'.' && is_alnum(name[1]) && str_chr(name + 1, u'.') != nullptr;
+}
+
+} // namespace
+
+uint32_t list_count(ptr_list list) {
+    uint32_t n = 0;
+    if (list)
+        while (list[n]) ++n;
+    return n;
+}
+
+ptr_list list_add(ptr_list list, void *entry) {
+    uint32_t count = 0;
+    if (!list) {
+        list = static_cast<ptr_list>(xmalloc(2 * ENTRY));
+    } else {
+        const size_t capacity = block_size(list) / ENTRY;
+        count = list_count(list);
+        if (count + 1 >= capacity)
+            list = static_cast<ptr_list>(xrealloc(list, capacity * 2 * ENTRY));
+    }
+    list[count] = entry;
+    list[count + 1] = nullptr;
+    return list;
+}
+
+ptr_list list_merge(ptr_list list, ptr_list other) {
+    if (!other || !other[0]) return list;
+    const uint32_t n = list_count(other) + 1;
+    const uint32_t count = list_count(list);
+    list = static_cast<ptr_list>(xrealloc(list, (count + n) * ENTRY));
+    for (uint32_t i = 0; i < n; ++i) list[count + i] = other[i];
+    return list;
+}
+
+uint32_t hash_name(const char16_t *name) {
+    uint32_t mask = 0;
+    if (!name || !name[0]) return 0;
+    for (size_t i = 0; name[i]; ++i) mask |= 1u << ((name[i] + name[i + 1]) & 31);
+    return mask;
+}
+
+void check_name(const char16_t *name) {
+    if (str_pbrk(name, u"\t\"'#$%+=")) report(MSG_BAD_NAME + WARNING, name);
+}
+
+target *find_target(const char16_t *name, uint32_t *out_hash) {
+    check_name(name);
+    const uint32_t hash = hash_name(name);
+    if (out_hash) *out_hash = hash;
+    for (target *t = target_list; t; t = t->next)
+        if (t->hash == hash && str_icmp(t->file->name, name) == 0) return t;
+    return nullptr;
+}
+
+file_node *find_file(const char16_t *name, uint32_t *out_hash) {
+    check_name(name);
+    const uint32_t hash = hash_name(name);
+    if (out_hash) *out_hash = hash;
+    for (file_node *f = file_list; f; f = f->next)
+        if (f->hash == hash && str_icmp(f->name, name) == 0) return f;
+    return nullptr;
+}
+
+file_node *add_file(const char16_t *name) {
+    uint32_t hash = 0;
+    if (file_node *found = find_file(name, &hash)) return found;
+    file_node *f = xcalloc_record<file_node>();
+    f->hash = hash;
+    f->name = str_dup(name);
+    f->next = file_list;
+    file_list = f;
+    return f;
+}
+
+target *add_target(const char16_t *name) {
+    uint32_t hash = 0;
+    if (target *found = find_target(name, &hash)) return found;
+    file_node *node = add_file(name);
+    target *t = xcalloc_record<target>();
+    t->hash = hash;
+    t->is_rule = is_rule_name(name);
+    t->file = node;
+    t->next = target_list;
+    target_list = t;
+    return t;
+}
+
+command *add_command(const char16_t *text) {
+    command *c = xcalloc_record<command>();
+    scan_command_text(c, text);
+    c->next = command_list;
+    command_list = c;
+    return c;
+}
+
+void attach_to_targets(ptr_list targets, ptr_list dependents, ptr_list commands) {
+    if (!targets) return;
+    const bool has_dependents = list_count(dependents) != 0;
+    const bool has_commands = list_count(commands) != 0;
+    for (void **entry = targets; *entry; ++entry) {
+        target *t = static_cast<target *>(*entry);
+        const char16_t *name = t->file->name;
+        if (name[0] == u'.') {
+            if (str_icmp(name, u".IGNORE") == 0)
+                opt_ignore = 1;
+            else if (str_icmp(name, u".SILENT") == 0)
+                opt_silent = 1;
+            else if (str_icmp(name, u".SUFFIXES") == 0)
+                suffix_target = t;
+            if (!has_dependents) {
+                free(t->dependents);
+                t->dependents = nullptr;
+            }
+        }
+        if (has_commands && t->commands) {
+            // The old records stay on command_list: other targets may share them.
+            free(t->commands);
+            t->commands = nullptr;
+        }
+        t->dependents = list_merge(t->dependents, dependents);
+        t->commands = list_merge(t->commands, commands);
+    }
+}
+
+void free_targets() {
+    while (target *t = target_list) {
+        target_list = t->next;
+        free(t->dependents);
+        free(t->commands);
+        free(t);
+    }
+}
+
+void free_files() {
+    while (file_node *f = file_list) {
+        file_list = f->next;
+        free(f->name);
+        free(f);
+    }
+}
+
+void free_commands() {
+    while (command *c = command_list) {
+        command_list = c->next;
+        free(c->text);
+        free(c);
+    }
+}

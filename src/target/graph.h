@@ -1,0 +1,73 @@
+// The graph store: what the makefiles say about targets. Singly linked lists of
+// plain records, newest first, which is the order of rule search and of the /P
+// dump. A record never moves and lives until make_free. Look-ups compare names
+// with ASCII case folded, behind a hash_name filter.
+#pragma once
+
+#include <cstdint>
+
+struct inline_file;
+
+// A null-terminated growing array of pointers, held by a plain pointer; null is
+// an empty list. It stores no count: the capacity is read back from the
+// allocator. Any addition may move it, so callers store the returned list.
+using ptr_list = void **;
+
+// One per distinct name that occurs as a target or a dependent.
+struct file_node {
+    file_node *next;  // next older node
+    char16_t *name;   // owned; spelled as first seen
+    uint64_t time;    // stored time: 0 = not settled; above 0 = settled this run (the only memo)
+    uint32_t hash;    // hash_name(name)
+};
+
+// One per distinct name that stood left of a colon (or that is predefined).
+struct target {
+    target *next;         // next older target
+    file_node *file;      // the node of the target's name; not owned
+    ptr_list dependents;  // of file_node, makefile order, duplicates kept; array owned
+    ptr_list commands;    // of command, shared with the other targets of a block; array owned
+    uint32_t hash;        // equals file->hash
+    uint8_t is_rule;      // the name has the form of an inference rule
+};
+
+// One per command line; owned by command_list.
+struct command {
+    command *next;              // next older command
+    char16_t *text;             // stored unexpanded, one 0xDFFF sentinel per <<
+    inline_file *inline_files;  // first inline file of this command, or null
+};
+
+// Run tables of the graph.
+extern target *target_list;      // all targets and inference rules of the run
+extern file_node *file_list;     // all names that occurred as target or dependent
+extern command *command_list;    // all commands of the run
+extern target *first_target;     // built when no target is named
+extern target *suffix_target;    // the record of .SUFFIXES, or null
+
+// Appends entry; returns the list, possibly moved.
+ptr_list list_add(ptr_list list, void *entry);
+// Appends the entries of other (which stays the caller's); returns the list.
+ptr_list list_merge(ptr_list list, ptr_list other);
+// Number of entries before the terminator.
+uint32_t list_count(ptr_list list);
+
+// 32-bit mask of a name, blind to ASCII case; the filter of every name compare.
+uint32_t hash_name(const char16_t *name);
+// Warns when name holds a character that names should not hold.
+void check_name(const char16_t *name);
+
+target *find_target(const char16_t *name, uint32_t *out_hash = nullptr);
+file_node *find_file(const char16_t *name, uint32_t *out_hash = nullptr);
+// Return the existing record or a new one; the store copies the name.
+target *add_target(const char16_t *name);
+file_node *add_file(const char16_t *name);
+command *add_command(const char16_t *text);
+// Gives one description block its meaning: special targets, dependents that add
+// up over blocks, commands of the last block that has commands. Only reads the
+// three lists.
+void attach_to_targets(ptr_list targets, ptr_list dependents, ptr_list commands);
+
+void free_targets();
+void free_files();
+void free_commands();

@@ -1,0 +1,4 @@
+// Workspaces (placeholder until they land).
+#include "workspace/workspace.h"
+
+void read_workspace(const char16_t *) {}
