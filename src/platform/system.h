@@ -237,5 +237,18 @@ struct fault_record {
 bool run_fault_scope(void (*body)(void *), void *arg, fault_record *fault);
 
 // ---------------------------------------------------------------------------
+// Child processes. Both wait for the child without limit, in this process's
+// environment and current directory, and store its exit code (a child ended by
+// signal N gives 128 + N). They return 0 when the child ran, whatever its exit
+// code, else an error code (2 when the program cannot be found).
+// The direct road: command_line is split into words by the rules the start-up
+// uses for the program's own command line, and the first word is looked for on
+// PATH. No command processor is involved.
+uint32_t run_program(const char16_t *command_line, uint32_t *exit_code);
+// The command-processor road: text goes whole to shell (null: the platform's
+// own command processor) as its command.
+uint32_t run_shell(const char16_t *shell, const char16_t *text, uint32_t *exit_code);
+
+// ---------------------------------------------------------------------------
 // Process. Ends the process with status, without any further release.
 [[noreturn]] void exit_process(uint32_t status);
