@@ -40,10 +40,13 @@ enum expr_token : uint32_t {
 constexpr uint32_t TOKEN_TEXT_UNITS = 256;  // up to 255 characters and a null
 
 // One per evaluation. The evaluator reads raw text at pos behind [ and behind
-// the ( of defined and exist.
+// the ( of defined and exist. An invalid character is held like any other
+// token, so that text which is no expression, "1 @" included, always reaches
+// the fatal report instead of being passed over.
 struct expr_lexer {
     const char16_t *pos;                    // where the next scan starts
-    uint32_t look_ahead;                    // token held by peek_token; 0 means none
+    uint32_t look_ahead;                    // token held by peek_token
+    bool held;                              // look_ahead holds a token, TOK_INVALID included
     char16_t token_text[TOKEN_TEXT_UNITS];  // text of the last number or string
 };
 
