@@ -27,10 +27,11 @@ constexpr uint32_t ERR_NO_UNICODE_TRANSLATION = 1113;
 // ---------------------------------------------------------------------------
 // Handles and streams. A stream argument is a handle, or 1 for standard output,
 // 2 for standard error.
-using file_handle = intptr_t;
-constexpr file_handle INVALID_FILE = -1;
-constexpr file_handle STREAM_OUT = 1;
-constexpr file_handle STREAM_ERR = 2;
+// Not "file_handle": that name is taken by a struct of the C library.
+using os_handle = intptr_t;
+constexpr os_handle INVALID_FILE = -1;
+constexpr os_handle STREAM_OUT = 1;
+constexpr os_handle STREAM_ERR = 2;
 
 // ---------------------------------------------------------------------------
 // Character rules: ASCII only; no code unit above 0x7F belongs to any class.
@@ -112,20 +113,20 @@ template <class... A> char16_t *str_printf(const char16_t *format, const A &...a
     return str_printf_args(format, args + 1, sizeof...(a));
 }
 // Formats and writes to a stream with write_text and code page 0.
-uint32_t out_printf_args(file_handle stream, const char16_t *format, const fmt_arg *args,
+uint32_t out_printf_args(os_handle stream, const char16_t *format, const fmt_arg *args,
                          size_t count);
 template <class... A>
-uint32_t out_printf(file_handle stream, const char16_t *format, const A &...a) {
+uint32_t out_printf(os_handle stream, const char16_t *format, const A &...a) {
     const fmt_arg args[] = {fmt_arg(0), fmt_arg(a)...};
     return out_printf_args(stream, format, args + 1, sizeof...(a));
 }
 // 8-bit format; %ls takes a wide text whose units must all be below 256, each
 // written as one byte. A unit of 256 or above fails the call (non-zero result,
 // nothing written).
-uint32_t file_printf_args(file_handle handle, const char *format, const fmt_arg *args,
+uint32_t file_printf_args(os_handle handle, const char *format, const fmt_arg *args,
                           size_t count);
 template <class... A>
-uint32_t file_printf(file_handle handle, const char *format, const A &...a) {
+uint32_t file_printf(os_handle handle, const char *format, const A &...a) {
     const fmt_arg args[] = {fmt_arg(0), fmt_arg(a)...};
     return file_printf_args(handle, format, args + 1, sizeof...(a));
 }
@@ -133,9 +134,9 @@ uint32_t file_printf(file_handle handle, const char *format, const A &...a) {
 // ---------------------------------------------------------------------------
 // Output. write_text converts to the stream's encoding (code page 0: the system
 // code page) and writes straight to the OS, unbuffered. An empty text returns 0.
-uint32_t write_text(file_handle stream, const char16_t *text, uint32_t code_page);
+uint32_t write_text(os_handle stream, const char16_t *text, uint32_t code_page);
 // Writes count bytes; 29 when fewer were written.
-uint32_t write_file(file_handle handle, const void *buffer, size_t count);
+uint32_t write_file(os_handle handle, const void *buffer, size_t count);
 
 // ---------------------------------------------------------------------------
 // Text conversion. Decodes bytes of a code page (0 system, 1 OEM, 65001 UTF-8)
@@ -151,19 +152,19 @@ char *encode_text(const char16_t *text, size_t *length);
 // ---------------------------------------------------------------------------
 // Files. Names may use \ and / alike.
 // Opens an existing file for reading. Stores the handle in either case.
-uint32_t open_input(const char16_t *name, file_handle *handle);
+uint32_t open_input(const char16_t *name, os_handle *handle);
 // Creates or empties a file for reading and writing.
-uint32_t create_file(const char16_t *name, file_handle *handle);
+uint32_t create_file(const char16_t *name, os_handle *handle);
 // Creates a new, empty, uniquely named temporary file. *name receives a new
 // text (null on failure). With handle not null the file is also opened.
-uint32_t create_temp_file(char16_t **name, file_handle *handle, bool inherit);
-uint32_t close_file(file_handle handle);
+uint32_t create_temp_file(char16_t **name, os_handle *handle, bool inherit);
+uint32_t close_file(os_handle handle);
 uint32_t delete_file(const char16_t *name);
 // Reads up to count bytes; *got receives the number read (0 at end of file).
-uint32_t read_file(file_handle handle, void *buffer, size_t count, size_t *got);
-uint32_t file_position(file_handle handle, uint64_t *position);
+uint32_t read_file(os_handle handle, void *buffer, size_t count, size_t *got);
+uint32_t file_position(os_handle handle, uint64_t *position);
 // Moves to position bytes from the start of the file.
-uint32_t seek_file(file_handle handle, uint64_t position);
+uint32_t seek_file(os_handle handle, uint64_t position);
 
 // Last-write time of name, or 0 when it cannot be found for any reason. A
 // directory has a time too.

@@ -129,7 +129,7 @@ void include_file(const char16_t *name) {
 }
 
 void read_makefile(const char16_t *path) {
-    file_handle file = INVALID_FILE;
+    os_handle file = INVALID_FILE;
     const uint32_t opened = open_input(path, &file);
     if (opened == ERR_FILE_NOT_FOUND || opened == ERR_PATH_NOT_FOUND)
         report(MSG_FILE_NOT_FOUND + FATAL, path);

@@ -58,8 +58,8 @@ constexpr size_t CHUNK_BYTES = 8190;  // the most one read_line reads
 text_encoding classify_bom(const uint8_t *bytes, size_t count);
 size_t bom_of_encoding(text_encoding encoding);
 // Leaves the file position behind the mark.
-text_encoding detect_encoding(file_handle handle);
+text_encoding detect_encoding(os_handle handle);
 // Delivers the next line (without its line end) into buffer. Result 0, 14, 30,
 // 38 (end of file), 1113, or the code of a failed read or seek.
-uint32_t read_line(file_handle handle, char16_t *buffer, size_t capacity,
+uint32_t read_line(os_handle handle, char16_t *buffer, size_t capacity,
                    text_encoding encoding, uint32_t code_page);

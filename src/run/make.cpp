@@ -166,7 +166,9 @@ void nested_make(int argc, char16_t **argv) {
     target *saved_suffixes = suffix_target;
     inline_file *saved_inline = inline_list;
     const uint64_t saved_now = now_time;
+    const size_t saved_span = begin_update_span();
     make(argc, argv);
+    end_update_span(saved_span);
     target_list = saved_targets;
     file_list = saved_files;
     macro_list = saved_macros;

@@ -16,7 +16,7 @@ constexpr const char16_t *PROGRAM_WORD = u"TOLMEK";
 // Formats message id with its inserts and writes it; a missing text writes
 // nothing. The result of the write is not looked at: there is no second way of
 // reporting.
-void write_message(file_handle stream, uint32_t id, const fmt_arg *args, size_t count) {
+void write_message(os_handle stream, uint32_t id, const fmt_arg *args, size_t count) {
     char16_t *text = format_message(id, args, count);
     if (text) {
         write_text(stream, text, 0);
@@ -38,7 +38,7 @@ void write_message(file_handle stream, uint32_t id, const fmt_arg *args, size_t 
 
 } // namespace
 
-void show_message_args(file_handle stream, uint32_t id, const fmt_arg *args, size_t count) {
+void show_message_args(os_handle stream, uint32_t id, const fmt_arg *args, size_t count) {
     write_message(stream, id, args, count);
 }
 

@@ -29,8 +29,8 @@ template <class... A> void report(uint32_t code, const A &...a) {
     report_args(code, args + 1, sizeof...(a));
 }
 // Prints catalogue message id (no flags) with its inserts on stream.
-void show_message_args(file_handle stream, uint32_t id, const fmt_arg *args, size_t count);
-template <class... A> void show_message(file_handle stream, uint32_t id, const A &...a) {
+void show_message_args(os_handle stream, uint32_t id, const fmt_arg *args, size_t count);
+template <class... A> void show_message(os_handle stream, uint32_t id, const A &...a) {
     const fmt_arg args[] = {fmt_arg(0), fmt_arg(a)...};
     show_message_args(stream, id, args + 1, sizeof...(a));
 }
