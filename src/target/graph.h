@@ -19,6 +19,7 @@ struct file_node {
     char16_t *name;   // owned; spelled as first seen
     uint64_t time;    // stored time: 0 = not settled; above 0 = settled this run (the only memo)
     uint32_t hash;    // hash_name(name)
+    uint8_t updating; // the update recursion is working on this name now (cycle guard)
 };
 
 // One per distinct name that stood left of a colon (or that is predefined).

@@ -2,6 +2,7 @@
 // recursion, inference rules, automatic macros and the /P and /D reports.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "target/graph.h"
@@ -14,10 +15,22 @@ constexpr uint32_t UPDATE_CURRENT = 0xFFFFFFFF;
 void define_builtins();
 void make_target(const char16_t *name);
 uint32_t update_target(const char16_t *name, bool must_exist);
+// Returns a new text, the source name that rule derives for stem and extension
+// (extension with its dot), or null when the rule does not fit.
+char16_t *match_inference_rule(const target *rule, const char16_t *stem,
+                               const char16_t *extension);
 uint32_t apply_inference(target *t, const char16_t *name, bool must_exist, bool stale);
 void set_automatic_macros(const char16_t *stem, const char16_t *source, const char16_t *name,
                           target *t);
 bool is_phony(const char16_t *name);
+// 0 for a phony name, else the file's time; looks at the disk each time.
+uint64_t target_time(const char16_t *name);
+// Shows "touch NAME." and sets the file's time to now_time; true on success.
+bool touch_target(const char16_t *name);
+// Cycle detection looks only at the names of the run in progress: a nested run
+// opens a span of its own and closes it when it returns.
+size_t begin_update_span();
+void end_update_span(size_t saved);
 
 void show_database();
 void show_target(const target *t);

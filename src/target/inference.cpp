@@ -1,0 +1,125 @@
+// Inference rules: making a name that has no commands of its own from a rule
+// {frompath}.from{topath}.to, or with .DEFAULT, or deciding that it can't be made.
+#include <cstdlib>
+
+#include "exec/exec.h"
+#include "platform/paths.h"
+#include "run/make.h"
+#include "run/report.h"
+#include "target/update.h"
+
+namespace {
+
+bool is_separator(char16_t c) { return c == u'\\' || c == u'/'; }
+
+// Tests the topath group at *cursor (behind its '{') against the stem's directory.
+bool fits_topath(const char16_t *stem, const char16_t **cursor) {
+    const char16_t *j = *cursor;
+    if (*j == u'}') {
+        *cursor = j + 1;
+        return true;
+    }
+    const char16_t *base = base_name(stem);
+    if (base == stem || !is_separator(base[-1])) return false;
+    const char16_t *sep = base - 1;
+    const char16_t *i = stem;
+    while (i < sep && *j && *j != u'}' && *i == *j) {
+        ++i;
+        ++j;
+    }
+    if (is_separator(*j)) {
+        ++i;
+        ++j;
+    }
+    if (*j != u'}' || i < sep) return false;
+    *cursor = j + 1;
+    return true;
+}
+
+// The rest of the rule text behind the from-extension: topath and to-extension.
+bool fits_rest(const char16_t *rest, const char16_t *stem, const char16_t *extension) {
+    if (*rest == u'{') {
+        ++rest;
+        if (!fits_topath(stem, &rest)) return false;
+    }
+    return str_icmp(rest, extension) == 0;
+}
+
+} // namespace
+
+// The suffix walk does not stop at the first entry that is a prefix of the rule
+// text: when the rest of the rule does not fit behind it, a later entry gets its
+// turn. So with the predefined list, where .c stands in front of .cpp and .cxx,
+// the rules .cpp.obj and .cxx.obj still work.
+char16_t *match_inference_rule(const target *rule, const char16_t *stem,
+                               const char16_t *extension) {
+    const char16_t *cursor = rule->file->name;
+    const char16_t *frompath = u"";
+    size_t frompath_length = 0;
+    if (*cursor == u'{') {
+        const char16_t *close = str_chr(cursor, u'}');
+        if (!close) return nullptr;
+        frompath = cursor + 1;
+        frompath_length = static_cast<size_t>(close - frompath);
+        cursor = close + 1;
+    }
+    if (!suffix_target || !suffix_target->dependents || !suffix_target->dependents[0])
+        return nullptr;
+    for (void **s = suffix_target->dependents; *s; ++s) {
+        const char16_t *suffix = static_cast<file_node *>(*s)->name;
+        const size_t length = str_len(suffix);
+        if (str_nicmp(cursor, suffix, length) != 0) continue;
+        if (!fits_rest(cursor + length, stem, extension)) continue;
+        const bool joined = frompath_length == 0 || is_separator(frompath[frompath_length - 1]);
+        return str_printf(joined ? u"%.*ls%ls%ls" : u"%.*ls\\%ls%ls",
+                          static_cast<int>(frompath_length), frompath, base_name(stem), suffix);
+    }
+    return nullptr;
+}
+
+uint32_t apply_inference(target *t, const char16_t *name, bool must_exist, bool stale) {
+    const size_t n = stem_length(name);
+    const char16_t *extension = name + n;
+    char16_t *stem = str_dup_n(name, n);
+    const uint64_t own = target_time(name);
+    uint32_t rc = UPDATE_FAILED;
+
+    if (*extension && suffix_target) {
+        for (target *rule = target_list; rule; rule = rule->next) {
+            if (!rule->is_rule) continue;
+            char16_t *source = match_inference_rule(rule, stem, extension);
+            if (!source) continue;
+            if (target_time(source) != 0 || stale) rc = update_target(source, false);
+            const uint64_t source_time = target_time(source);
+            const bool fires = compare_time(source_time, own) > 0 || (stale && rc != 0);
+            if (fires) {
+                if (opt_time) show_time_compare(name, own, source, source_time);
+                if (opt_touch) {
+                    rc = touch_target(name) ? UPDATE_BUILT : UPDATE_FAILED;
+                } else {
+                    set_automatic_macros(stem, source, name, t);
+                    rc = run_commands(rule->commands) ? UPDATE_BUILT : UPDATE_FAILED;
+                }
+            } else if (opt_time && source_time != 0) {
+                show_time_compare(name, own, source, source_time);
+            }
+            free(source);
+            if (rc != UPDATE_FAILED) break;
+        }
+    }
+    if (rc == UPDATE_FAILED) {
+        if (target *fallback = find_target(u".DEFAULT")) {
+            set_automatic_macros(stem, u"", name, t);
+            rc = run_commands(fallback->commands) ? UPDATE_BUILT : UPDATE_FAILED;
+        } else if (t && !*extension && own == 0 && must_exist) {
+            rc = UPDATE_CURRENT;  // a target without extension, file or commands counts as done
+        } else if (own == 0 && must_exist) {
+            report(MSG_CANNOT_MAKE + FATAL, name);
+        }
+    }
+    free(stem);
+    if (file_node *f = find_file(name))
+        f->time = (rc == UPDATE_BUILT && opt_no_exec) ? now_time : target_time(name);
+    if (rc != UPDATE_FAILED) return rc;
+    return own != 0 ? UPDATE_CURRENT : UPDATE_FAILED;
+}
