@@ -19,6 +19,9 @@ namespace {
 
 constexpr size_t LINE_UNITS = 4096;  // a physical line holds at most 4095 characters
 constexpr size_t GROW_BYTES = 8192;  // logical lines grow in steps of this size
+// A makefile that includes itself would otherwise recurse until files or stack
+// run out; each level holds an open file and its buffers.
+constexpr uint32_t MAX_INCLUDE_DEPTH = 200;
 
 // Working state of one call of read_makefile. An open description block of an
 // including file stays open across an !INCLUDE, invisible to the included file.
@@ -129,6 +132,10 @@ void include_file(const char16_t *name) {
 }
 
 void read_makefile(const char16_t *path) {
+    uint32_t depth = 0;
+    for (const include_frame *f = current_frame; f; f = f->outer) ++depth;
+    if (depth == MAX_INCLUDE_DEPTH)
+        report(MSG_USER_ERROR + FATAL, u"Makefiles included too deeply: more than 200 levels");
     os_handle file = INVALID_FILE;
     const uint32_t opened = open_input(path, &file);
     if (opened == ERR_FILE_NOT_FOUND || opened == ERR_PATH_NOT_FOUND)

@@ -157,7 +157,15 @@ void make(int argc, char16_t **argv) {
     make_free();
 }
 
+// A makefile whose commands start the same run again would otherwise recurse
+// until the stack runs out.
+constexpr uint32_t MAX_NESTED_RUNS = 200;
+
 void nested_make(int argc, char16_t **argv) {
+    static uint32_t depth = 0;
+    if (depth == MAX_NESTED_RUNS)
+        report(MSG_USER_ERROR + FATAL, u"Nested runs too deep: more than 200 levels");
+    ++depth;
     target *saved_targets = target_list;
     file_node *saved_files = file_list;
     macro *saved_macros = macro_list;
@@ -177,6 +185,7 @@ void nested_make(int argc, char16_t **argv) {
     suffix_target = saved_suffixes;
     inline_list = saved_inline;
     now_time = saved_now;
+    --depth;
 }
 
 // Deletion walks inline_list, so it comes before the records are released.
