@@ -73,10 +73,6 @@ struct progress_guard {
     progress_guard &operator=(const progress_guard &) = delete;
 };
 
-void store_time(const char16_t *name, uint64_t time) {
-    if (file_node *f = find_file(name)) f->time = time;
-}
-
 // Returns a new text: list and word joined by a blank, the word quoted when it
 // holds a blank. Releases list.
 char16_t *append_word(char16_t *list, const char16_t *word) {
@@ -109,11 +105,11 @@ uint32_t update_known_target(target *t, const char16_t *name, bool must_exist) {
     if (!t->commands || !t->commands[0]) {
         if (t->dependents && t->dependents[0])
             return apply_inference(t, name, is_phony(name) ? false : must_exist, stale);
-        store_time(name, now_time);
+        t->file->time = now_time;
         return UPDATE_CURRENT;
     }
     if (!stale) {
-        store_time(name, own);
+        t->file->time = own;
         return UPDATE_CURRENT;
     }
     if (opt_touch) {
@@ -124,7 +120,7 @@ uint32_t update_known_target(target *t, const char16_t *name, bool must_exist) {
         free(stem);
         if (!run_commands(t->commands)) return UPDATE_FAILED;
     }
-    store_time(name, opt_no_exec ? now_time : target_time(name));
+    t->file->time = opt_no_exec ? now_time : target_time(name);
     return UPDATE_BUILT;
 }
 
