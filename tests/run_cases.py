@@ -25,7 +25,8 @@ raw bytes with CR LF line ends.
 {DIR} (the case's folder), {TOLMEK} (the program path) and {TAB} are
 replaced in args, env, file contents and expected texts. Each case runs in a
 fresh temporary folder whose 'w' subfolder is the current directory, with
-PATH, HOME, LANG=C.UTF-8, TZ=UTC and a private TMP and TEMP as environment.
+PATH, HOME, LANG=C.UTF-8, TZ=UTC and a private TMP and TEMP as environment
+(plus the sanitizer options, and WINE* with a launcher, when they are set).
 
 Besides the checks the case states, every expected line holding 'NAME(N): '
 where NAME is a file of the case must point at an existing, non-blank line N
@@ -53,6 +54,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 DEFAULT_AGE = 1000.0
 STREAM_MODES = ('exact', 're', 'has', 'crlf')
 AFTER_KINDS = ('exists', 'absent', 'file', 'hex')
+SANITIZER_VARIABLES = ('ASAN_OPTIONS', 'UBSAN_OPTIONS', 'LSAN_OPTIONS')
 
 
 @dataclass
@@ -252,9 +254,9 @@ def make_environment(case, tmp, ctx, launcher):
         'TMP': tmp,
         'TEMP': tmp,
     }
-    if launcher:
-        # A compatibility layer finds its own set-up through these.
-        env.update((k, v) for k, v in os.environ.items() if k.startswith('WINE'))
+    # These configure the sanitizer build or the launcher, not TOLMEK.
+    passed_on = SANITIZER_VARIABLES + (('WINE',) if launcher else ())
+    env.update((k, v) for k, v in os.environ.items() if k.startswith(passed_on))
     for name, value in case.env.items():
         env[name] = fill_in(value, ctx)
     for name in case.unenv:
