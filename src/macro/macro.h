@@ -19,7 +19,8 @@ struct macro {
     uint32_t hash;           // hash_name(name)
 };
 
-extern macro *macro_list;  // run table: all macros, newest first
+extern macro *macro_list;      // run table: all macros, newest first
+extern name_index macro_index;  // index beside macro_list, saved with it
 
 // Returns the macro, importing it from the environment; null when unknown and
 // create is false.

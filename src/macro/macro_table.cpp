@@ -7,6 +7,7 @@
 #include "run/report.h"
 
 macro *macro_list = nullptr;
+name_index macro_index = {};
 
 namespace {
 
@@ -14,10 +15,7 @@ namespace {
 constexpr const char16_t *always_exported_names[] = {u"PATH", u"LIB", u"INCLUDE"};
 
 macro *lookup(const char16_t *name) {
-    const uint32_t hash = hash_name(name);
-    for (macro *m = macro_list; m; m = m->next)
-        if (m->hash == hash && str_icmp(m->name, name) == 0) return m;
-    return nullptr;
+    return find_indexed<macro>(macro_index, name, [](const macro *m) { return m->name; });
 }
 
 } // namespace
@@ -42,6 +40,7 @@ macro *find_macro(const char16_t *name, bool create) {
     }
     m->next = macro_list;
     macro_list = m;
+    add_indexed(macro_index, m->name, m);
     return m;
 }
 
@@ -98,11 +97,12 @@ void clear_macro_mark(const char16_t *name) {
 // The environment is not touched, so a name it holds comes back on the next look-up.
 void undefine_macro(const char16_t *name) {
     check_name(name);
-    const uint32_t hash = hash_name(name);
-    for (macro **link = &macro_list; *link; link = &(*link)->next) {
+    macro *found = lookup(name);
+    for (macro **link = &macro_list; found && *link; link = &(*link)->next) {
         macro *m = *link;
-        if (m->hash == hash && str_icmp(m->name, name) == 0) {
+        if (m == found) {
             *link = m->next;
+            remove_indexed(macro_index, m->name, m);
             clear_substitutions(m);
             free(m->name);
             free(m->value);
@@ -113,6 +113,7 @@ void undefine_macro(const char16_t *name) {
 }
 
 void free_macros() {
+    clear_index(macro_index);
     while (macro *m = macro_list) {
         macro_list = m->next;
         clear_substitutions(m);

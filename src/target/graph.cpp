@@ -13,6 +13,8 @@ file_node *file_list = nullptr;
 command *command_list = nullptr;
 target *first_target = nullptr;
 target *suffix_target = nullptr;
+name_index target_index = {};
+name_index file_index = {};
 
 namespace {
 
@@ -71,20 +73,15 @@ void check_name(const char16_t *name) {
 
 target *find_target(const char16_t *name, uint32_t *out_hash) {
     check_name(name);
-    const uint32_t hash = hash_name(name);
-    if (out_hash) *out_hash = hash;
-    for (target *t = target_list; t; t = t->next)
-        if (t->hash == hash && str_icmp(t->file->name, name) == 0) return t;
-    return nullptr;
+    if (out_hash) *out_hash = hash_name(name);
+    return find_indexed<target>(target_index, name,
+                                [](const target *t) { return t->file->name; });
 }
 
 file_node *find_file(const char16_t *name, uint32_t *out_hash) {
     check_name(name);
-    const uint32_t hash = hash_name(name);
-    if (out_hash) *out_hash = hash;
-    for (file_node *f = file_list; f; f = f->next)
-        if (f->hash == hash && str_icmp(f->name, name) == 0) return f;
-    return nullptr;
+    if (out_hash) *out_hash = hash_name(name);
+    return find_indexed<file_node>(file_index, name, [](const file_node *f) { return f->name; });
 }
 
 file_node *add_file(const char16_t *name) {
@@ -95,6 +92,7 @@ file_node *add_file(const char16_t *name) {
     f->name = str_dup(name);
     f->next = file_list;
     file_list = f;
+    add_indexed(file_index, name, f);
     return f;
 }
 
@@ -108,6 +106,7 @@ target *add_target(const char16_t *name) {
     t->file = node;
     t->next = target_list;
     target_list = t;
+    add_indexed(target_index, name, t);
     return t;
 }
 
@@ -149,6 +148,7 @@ void attach_to_targets(ptr_list targets, ptr_list dependents, ptr_list commands)
 }
 
 void free_targets() {
+    clear_index(target_index);
     while (target *t = target_list) {
         target_list = t->next;
         free(t->dependents);
@@ -158,6 +158,7 @@ void free_targets() {
 }
 
 void free_files() {
+    clear_index(file_index);
     while (file_node *f = file_list) {
         file_list = f->next;
         free(f->name);

@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+#include "target/name_index.h"
+
 struct inline_file;
 
 // A null-terminated growing array of pointers, held by a plain pointer; null is
@@ -45,6 +47,10 @@ extern file_node *file_list;     // all names that occurred as target or depende
 extern command *command_list;    // all commands of the run
 extern target *first_target;     // built when no target is named
 extern target *suffix_target;    // the record of .SUFFIXES, or null
+// Indexes beside target_list and file_list: part of the run's tables, emptied
+// and saved with them.
+extern name_index target_index;
+extern name_index file_index;
 
 // Appends entry; returns the list, possibly moved.
 ptr_list list_add(ptr_list list, void *entry);
