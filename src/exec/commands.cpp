@@ -7,6 +7,8 @@
 #include "run/make.h"
 #include "run/report.h"
 
+uint64_t disk_changes = 0;
+
 namespace {
 
 constexpr uint32_t NO_LIMIT = 0xFFFFFFFF;
@@ -53,6 +55,7 @@ uint32_t run_command(const char16_t *text, inline_file *inline_files, const char
     const bool echoed = opt_no_exec || (!at && !opt_silent);
     if (echoed) echo_line(line);
     uint32_t exit_code = 0;
+    ++disk_changes;
     const uint32_t failed = spawn_command(p, &exit_code, plus, make_value);
     if (failed) {
         if (!opt_no_exec && !echoed) echo_line(line);

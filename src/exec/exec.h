@@ -22,6 +22,10 @@ struct inline_file {
 };
 
 extern inline_file *inline_list;  // run table: all inline files of the run
+// Commands handed on to be carried out, and touches, so far in the process. A
+// time stamp read while this count stays the same cannot have changed because
+// of the run, so it need not be read again.
+extern uint64_t disk_changes;
 
 // Runs a block; true when the last line carried out ended with exit code 0.
 bool run_commands(ptr_list commands);

@@ -78,6 +78,7 @@ void make(int argc, char16_t **argv) {
     first_target = nullptr;
     suffix_target = nullptr;
     inline_list = nullptr;
+    rule_list = nullptr;
     target_index = file_index = macro_index = name_index{};
     ptr_list macro_words = nullptr;
     ptr_list target_words = nullptr;
@@ -175,6 +176,7 @@ void nested_make(int argc, char16_t **argv) {
     target *saved_suffixes = suffix_target;
     inline_file *saved_inline = inline_list;
     const uint64_t saved_now = now_time;
+    target *saved_rules = rule_list;
     const name_index saved_indexes[3] = {target_index, file_index, macro_index};
     const size_t saved_span = begin_update_span();
     make(argc, argv);
@@ -187,6 +189,7 @@ void nested_make(int argc, char16_t **argv) {
     suffix_target = saved_suffixes;
     inline_list = saved_inline;
     now_time = saved_now;
+    rule_list = saved_rules;
     target_index = saved_indexes[0];
     file_index = saved_indexes[1];
     macro_index = saved_indexes[2];

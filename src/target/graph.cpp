@@ -13,6 +13,7 @@ file_node *file_list = nullptr;
 command *command_list = nullptr;
 target *first_target = nullptr;
 target *suffix_target = nullptr;
+target *rule_list = nullptr;
 name_index target_index = {};
 name_index file_index = {};
 
@@ -36,15 +37,41 @@ uint32_t list_count(ptr_list list) {
     return n;
 }
 
+namespace {
+
+// Clears the slots from count up to the block's capacity. Lists made here keep
+// every slot behind the terminator null, so their end can be found by halving.
+ptr_list clear_tail(ptr_list list, size_t count) {
+    const size_t capacity = block_size(list) / ENTRY;
+    for (size_t i = count; i < capacity; ++i) list[i] = nullptr;
+    return list;
+}
+
+// The number of entries of a list made by list_add or list_merge: the entries
+// come first, then nothing but nulls.
+uint32_t count_entries(ptr_list list, size_t capacity) {
+    size_t low = 0, high = capacity - 1;  // list[high] is null: there is always a terminator
+    while (low < high) {
+        const size_t middle = low + (high - low) / 2;
+        if (list[middle])
+            low = middle + 1;
+        else
+            high = middle;
+    }
+    return static_cast<uint32_t>(low);
+}
+
+} // namespace
+
 ptr_list list_add(ptr_list list, void *entry) {
     uint32_t count = 0;
     if (!list) {
-        list = static_cast<ptr_list>(xmalloc(2 * ENTRY));
+        list = clear_tail(static_cast<ptr_list>(xmalloc(2 * ENTRY)), 0);
     } else {
         const size_t capacity = block_size(list) / ENTRY;
-        count = list_count(list);
+        count = count_entries(list, capacity);
         if (count + 1 >= capacity)
-            list = static_cast<ptr_list>(xrealloc(list, capacity * 2 * ENTRY));
+            list = clear_tail(static_cast<ptr_list>(xrealloc(list, capacity * 2 * ENTRY)), count);
     }
     list[count] = entry;
     list[count + 1] = nullptr;
@@ -57,7 +84,7 @@ ptr_list list_merge(ptr_list list, ptr_list other) {
     const uint32_t count = list_count(list);
     list = static_cast<ptr_list>(xrealloc(list, (count + n) * ENTRY));
     for (uint32_t i = 0; i < n; ++i) list[count + i] = other[i];
-    return list;
+    return clear_tail(list, count + n);
 }
 
 uint32_t hash_name(const char16_t *name) {
@@ -67,8 +94,15 @@ uint32_t hash_name(const char16_t *name) {
     return mask;
 }
 
+// The characters that names should not hold: tab " ' # $ % + =.
 void check_name(const char16_t *name) {
-    if (str_pbrk(name, u"\t\"'#$%+=")) report(MSG_BAD_NAME + WARNING, name);
+    constexpr uint64_t bad = (1ull << '\t') | (1ull << '"') | (1ull << '\'') | (1ull << '#') |
+                             (1ull << '$') | (1ull << '%') | (1ull << '+') | (1ull << '=');
+    for (const char16_t *p = name; *p; ++p)
+        if (*p < 64 && (bad >> *p) & 1) {
+            report(MSG_BAD_NAME + WARNING, name);
+            return;
+        }
 }
 
 target *find_target(const char16_t *name, uint32_t *out_hash) {
@@ -106,6 +140,10 @@ target *add_target(const char16_t *name) {
     t->file = node;
     t->next = target_list;
     target_list = t;
+    if (t->is_rule) {
+        t->next_rule = rule_list;
+        rule_list = t;
+    }
     add_indexed(target_index, name, t);
     return t;
 }
@@ -149,6 +187,7 @@ void attach_to_targets(ptr_list targets, ptr_list dependents, ptr_list commands)
 
 void free_targets() {
     clear_index(target_index);
+    rule_list = nullptr;
     while (target *t = target_list) {
         target_list = t->next;
         free(t->dependents);

@@ -13,6 +13,8 @@ struct inline_file;
 // A null-terminated growing array of pointers, held by a plain pointer; null is
 // an empty list. It stores no count: the capacity is read back from the
 // allocator. Any addition may move it, so callers store the returned list.
+// Lists that list_add grows must come from list_add or list_merge, which keep
+// every slot behind the terminator null so that the end is found by halving.
 using ptr_list = void **;
 
 // One per distinct name that occurs as a target or a dependent.
@@ -32,6 +34,7 @@ struct target {
     ptr_list commands;    // of command, shared with the other targets of a block; array owned
     uint32_t hash;        // equals file->hash
     uint8_t is_rule;      // the name has the form of an inference rule
+    target *next_rule;    // next older inference rule, when is_rule is set
 };
 
 // One per command line; owned by command_list.
@@ -47,6 +50,9 @@ extern file_node *file_list;     // all names that occurred as target or depende
 extern command *command_list;    // all commands of the run
 extern target *first_target;     // built when no target is named
 extern target *suffix_target;    // the record of .SUFFIXES, or null
+// The inference rules of target_list, in the same order, so that the rule
+// search visits rules only. Part of the run's tables, saved with them.
+extern target *rule_list;
 // Indexes beside target_list and file_list: part of the run's tables, emptied
 // and saved with them.
 extern name_index target_index;

@@ -82,15 +82,17 @@ uint32_t apply_inference(target *t, const char16_t *name, bool must_exist, bool 
     const char16_t *extension = name + n;
     char16_t *stem = str_dup_n(name, n);
     const uint64_t own = target_time(name);
+    const uint64_t changes_at_own = disk_changes;
     uint32_t rc = UPDATE_FAILED;
 
     if (*extension && suffix_target) {
-        for (target *rule = target_list; rule; rule = rule->next) {
-            if (!rule->is_rule) continue;
+        for (target *rule = rule_list; rule; rule = rule->next_rule) {
             char16_t *source = match_inference_rule(rule, stem, extension);
             if (!source) continue;
-            if (target_time(source) != 0 || stale) rc = update_target(source, false);
-            const uint64_t source_time = target_time(source);
+            uint64_t source_time = target_time(source);
+            const uint64_t changes_at_source = disk_changes;
+            if (source_time != 0 || stale) rc = update_target(source, false);
+            if (disk_changes != changes_at_source) source_time = target_time(source);
             const bool fires = compare_time(source_time, own) > 0 || (stale && rc != 0);
             if (fires) {
                 if (opt_time) show_time_compare(name, own, source, source_time);
@@ -118,8 +120,12 @@ uint32_t apply_inference(target *t, const char16_t *name, bool must_exist, bool 
         }
     }
     free(stem);
-    if (file_node *f = find_file(name))
-        f->time = (rc == UPDATE_BUILT && opt_no_exec) ? now_time : target_time(name);
+    if (file_node *f = find_file(name)) {
+        if (rc == UPDATE_BUILT && opt_no_exec)
+            f->time = now_time;
+        else
+            f->time = disk_changes == changes_at_own ? own : target_time(name);
+    }
     if (rc != UPDATE_FAILED) return rc;
     return own != 0 ? UPDATE_CURRENT : UPDATE_FAILED;
 }

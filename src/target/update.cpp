@@ -130,6 +130,7 @@ uint64_t target_time(const char16_t *name) { return is_phony(name) ? 0 : file_ti
 
 bool touch_target(const char16_t *name) {
     show_message(STREAM_OUT, MSG_TOUCH, name);
+    ++disk_changes;
     return set_file_time(name, now_time) == 0;
 }
 

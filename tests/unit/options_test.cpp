@@ -91,11 +91,14 @@ parsed parse(std::u16string line) {
 using words = std::vector<std::string>;
 
 TEST(ParseOptions, SortsWordsIntoFourListsInOrder) {
-    parsed p = parse(u"bb CFLAGS=/O2 /F a.mak aa =x /W ws.txt ''");
+    parsed p = parse(u"bb CFLAGS=/O2 /F a.mak aa =x /F b.mak ''");
     EXPECT_EQ(p.macros, (words{"CFLAGS=/O2", "=x"}));
     EXPECT_EQ(p.targets, (words{"bb", "aa", "''"}));
-    EXPECT_EQ(p.makefiles, (words{"a.mak"}));
-    EXPECT_EQ(p.workspaces, (words{"ws.txt"}));
+    EXPECT_EQ(p.makefiles, (words{"a.mak", "b.mak"}));
+    EXPECT_TRUE(p.workspaces.empty());
+    parsed w = parse(u"/W ws.txt /I /W two");
+    EXPECT_EQ(w.workspaces, (words{"ws.txt", "two"}));
+    opt_ignore = 0;
 }
 
 TEST(ParseOptionsDeath, MixingWorkspaceWithOtherWordsIsFatalAfterTheParse) {

@@ -1,0 +1,179 @@
+// The console interrupt and the fault scope on POSIX, both built on signals.
+//
+// Interrupt: SIGINT and SIGHUP (a closed terminal counts as an interrupt) share
+// one handler, which puts both back to their default action before it calls
+// the program's, so a second signal ends the process. Only write(2) runs in it.
+//
+// Fault scope: while the body runs, SIGSEGV, SIGBUS, SIGFPE and SIGILL go to a
+// handler on an alternate stack, which records the fault and jumps back to the
+// scope with siglongjmp. The signal numbers become the Windows exception codes
+// that the fault texts are written against.
+#include <cerrno>
+#include <csetjmp>
+#include <csignal>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include "platform/system.h"
+#include "run/report.h"
+
+namespace {
+
+void (*break_handler)(int);
+char break_text[1024];  // UTF-8, ready for write(2) in the handler
+size_t break_length;
+
+void on_break_signal(int) {
+    struct sigaction fallback;
+    memset(&fallback, 0, sizeof fallback);
+    fallback.sa_handler = SIG_DFL;
+    sigaction(SIGINT, &fallback, nullptr);
+    sigaction(SIGHUP, &fallback, nullptr);
+    if (break_handler) break_handler(2);  // the interrupt's number on every platform
+}
+
+// Windows exception codes of the faults that the scope tells apart.
+constexpr uint32_t FAULT_ACCESS_VIOLATION = 0xC0000005;
+constexpr uint32_t FAULT_MISALIGNMENT = 0x80000002;
+constexpr uint32_t FAULT_IN_PAGE = 0xC0000006;
+constexpr uint32_t FAULT_FLOAT_INVALID = 0xC0000090;
+constexpr uint32_t FAULT_INT_DIVIDE = 0xC0000094;
+constexpr uint32_t FAULT_INT_OVERFLOW = 0xC0000095;
+constexpr uint32_t FAULT_ILLEGAL_INSTRUCTION = 0xC000001D;
+constexpr uint32_t FAULT_STACK_OVERFLOW = 0xC00000FD;
+
+const int fault_signals[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL};
+constexpr size_t FAULT_SIGNAL_COUNT = sizeof fault_signals / sizeof fault_signals[0];
+
+// Room for the handler even when the fault is a stack overflow.
+constexpr size_t ALT_STACK_BYTES = 256 * 1024;
+// A fault this close to the low end of the stack, or below it, is the stack
+// running out: guard pages sit below the end and a big frame can skip them.
+constexpr uintptr_t STACK_SLACK_ABOVE = 64 * 1024;
+constexpr uintptr_t STACK_SLACK_BELOW = 1024 * 1024;
+
+struct fault_scope {
+    sigjmp_buf jump;
+    uintptr_t stack_low;  // 0 when the bounds are unknown
+    fault_record caught;
+};
+
+fault_scope *active_scope;
+
+uint32_t code_of_fault(int signal, const siginfo_t *info) {
+    uintptr_t address = reinterpret_cast<uintptr_t>(info->si_addr);
+    uintptr_t low = active_scope->stack_low;
+    switch (signal) {
+    case SIGSEGV:
+        if (low && address < low + STACK_SLACK_ABOVE &&
+            address + STACK_SLACK_BELOW >= low)
+            return FAULT_STACK_OVERFLOW;
+        return FAULT_ACCESS_VIOLATION;
+    case SIGBUS:
+        return info->si_code == BUS_ADRALN ? FAULT_MISALIGNMENT : FAULT_IN_PAGE;
+    case SIGFPE:
+        if (info->si_code == FPE_INTDIV) return FAULT_INT_DIVIDE;
+        if (info->si_code == FPE_INTOVF) return FAULT_INT_OVERFLOW;
+        return FAULT_FLOAT_INVALID;
+    default:
+        return FAULT_ILLEGAL_INSTRUCTION;
+    }
+}
+
+void on_fault_signal(int signal, siginfo_t *info, void *) {
+    active_scope->caught.code = code_of_fault(signal, info);
+    active_scope->caught.address = reinterpret_cast<uintptr_t>(info->si_addr);
+    siglongjmp(active_scope->jump, 1);
+}
+
+uintptr_t find_stack_low() {
+    pthread_attr_t attributes;
+    if (pthread_getattr_np(pthread_self(), &attributes) != 0) return 0;
+    void *low = nullptr;
+    size_t size = 0;
+    if (pthread_attr_getstack(&attributes, &low, &size) != 0) low = nullptr;
+    pthread_attr_destroy(&attributes);
+    return reinterpret_cast<uintptr_t>(low);
+}
+
+} // namespace
+
+bool install_break_handler(void (*handler)(int signal)) {
+    break_handler = handler;
+    struct sigaction action;
+    memset(&action, 0, sizeof action);
+    action.sa_handler = on_break_signal;
+    action.sa_flags = SA_RESETHAND;
+    sigemptyset(&action.sa_mask);
+    sigaddset(&action.sa_mask, SIGINT);
+    sigaddset(&action.sa_mask, SIGHUP);
+    return sigaction(SIGINT, &action, nullptr) == 0 && sigaction(SIGHUP, &action, nullptr) == 0;
+}
+
+void set_break_text(const char16_t *text) {
+    size_t length = 0;
+    char *bytes = encode_text(text, &length);
+    if (length > sizeof break_text) {
+        // Cut at a character boundary: never in front of a continuation byte.
+        length = sizeof break_text;
+        while (length && (static_cast<unsigned char>(bytes[length]) & 0xC0) == 0x80) --length;
+    }
+    memcpy(break_text, bytes, length);
+    break_length = length;
+    free(bytes);
+}
+
+void write_break_text() {
+    const char *p = break_text;
+    size_t left = break_length;
+    while (left) {
+        ssize_t n = write(2, p, left);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return;
+        p += n;
+        left -= static_cast<size_t>(n);
+    }
+}
+
+bool run_fault_scope(void (*body)(void *), void *arg, fault_record *fault) {
+    // Everything the jump back needs is set up before sigsetjmp and not changed
+    // behind it, except returned, which is volatile for that reason.
+    fault_scope scope;
+    memset(&scope.caught, 0, sizeof scope.caught);
+    scope.stack_low = find_stack_low();
+    fault_scope *outer = active_scope;
+    active_scope = &scope;
+
+    stack_t alternate, previous_stack;
+    memset(&alternate, 0, sizeof alternate);
+    alternate.ss_sp = xmalloc(ALT_STACK_BYTES);
+    alternate.ss_size = ALT_STACK_BYTES;
+    bool own_stack = sigaltstack(&alternate, &previous_stack) == 0;
+
+    struct sigaction action, previous[FAULT_SIGNAL_COUNT];
+    memset(&action, 0, sizeof action);
+    action.sa_sigaction = on_fault_signal;
+    action.sa_flags = SA_SIGINFO | SA_ONSTACK;
+    sigemptyset(&action.sa_mask);
+    for (size_t i = 0; i < FAULT_SIGNAL_COUNT; ++i)
+        sigaction(fault_signals[i], &action, &previous[i]);
+
+    volatile bool returned = false;
+    if (sigsetjmp(scope.jump, 1) == 0) {
+        body(arg);
+        returned = true;
+    }
+
+    // Back to the actions from before the scope, so a second fault is not caught.
+    for (size_t i = 0; i < FAULT_SIGNAL_COUNT; ++i)
+        sigaction(fault_signals[i], &previous[i], nullptr);
+    if (own_stack) sigaltstack(&previous_stack, nullptr);
+    free(alternate.ss_sp);
+    active_scope = outer;
+    if (!returned && fault) *fault = scope.caught;
+    return returned;
+}

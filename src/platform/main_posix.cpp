@@ -1,0 +1,20 @@
+// Start-up on POSIX: the arguments arrive as UTF-8 bytes and go on as wide text.
+#include <cstring>
+
+#include "platform/system.h"
+#include "run/make.h"
+#include "run/report.h"
+
+int main(int argc, char **argv) {
+    char16_t **wide = xalloc_array<char16_t *>(static_cast<size_t>(argc) + 1);
+    for (int i = 0; i < argc; ++i) {
+        // A byte never gives more than one unit, so the first buffer is big
+        // enough; it is cut to the exact size afterwards.
+        size_t count = strlen(argv[i]), produced = 0;
+        char16_t *text = xalloc_array<char16_t>(count + 1);
+        decode_bytes(65001, argv[i], count, text, count + 1, &produced);
+        wide[i] = static_cast<char16_t *>(xrealloc(text, (produced + 1) * sizeof(char16_t)));
+    }
+    wide[argc] = nullptr;
+    program_entry(argc, wide);
+}
