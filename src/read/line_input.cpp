@@ -31,6 +31,7 @@
 namespace {
 
 constexpr size_t CHUNK_BUFFER_BYTES = 8192;
+constexpr size_t FIRST_PIECE_BYTES = 510;  // even, so that UTF-16 units never split
 constexpr uint32_t OEM_CODE_PAGE = 1;
 constexpr uint32_t UTF8_CODE_PAGE = 65001;
 
@@ -124,6 +125,9 @@ text_encoding detect_encoding(os_handle handle) {
     return encoding;
 }
 
+// The chunk is read in growing pieces, so that a short line costs a short
+// read; the result is the same as one read of CHUNK_BYTES, since the search
+// for the line end never looks beyond the bytes it has.
 uint32_t read_line(os_handle handle, char16_t *buffer, size_t capacity, text_encoding encoding,
                    uint32_t code_page) {
     if (capacity == 0) return ERR_OUT_OF_MEMORY;
@@ -132,22 +136,32 @@ uint32_t read_line(os_handle handle, char16_t *buffer, size_t capacity, text_enc
     uint64_t start = 0;
     uint32_t result = file_position(handle, &start);
     if (result != 0) return result;
-    size_t got = 0;
-    result = read_file(handle, chunk.bytes, CHUNK_BYTES, &got);
-    if (result != 0) return result;
-    if (got == 0) return ERR_HANDLE_EOF;
-
     if (encoding == ENC_OEM) {
         code_page = OEM_CODE_PAGE;
     } else if (encoding == ENC_UTF8_BOM || encoding == ENC_UTF8) {
         code_page = UTF8_CODE_PAGE;
     }
-    if (encoding < ENC_ANSI || encoding > ENC_UTF16LE) return ERR_READ_FAULT;
+    const size_t unit_size = encoding == ENC_UTF16LE ? 2 : 1;
 
-    size_t unit_size = encoding == ENC_UTF16LE ? 2 : 1;
-    // A lone byte behind the last line end of a UTF-16 file is no character.
-    if (got < unit_size) return ERR_HANDLE_EOF;
-    line_span span = find_line_end(chunk.bytes, got / unit_size, unit_size);
+    size_t got = 0;
+    size_t want = FIRST_PIECE_BYTES;
+    line_span span = {0, 0, 0};
+    for (;;) {
+        size_t piece = 0;
+        result = read_file(handle, chunk.bytes + got, want - got, &piece);
+        if (result != 0) return result;
+        const bool at_end = piece < want - got;  // nothing more to read
+        got += piece;
+        if (got == 0) return ERR_HANDLE_EOF;
+        if (encoding < ENC_ANSI || encoding > ENC_UTF16LE) return ERR_READ_FAULT;
+        if (got < unit_size) return ERR_HANDLE_EOF;  // a lone byte behind the last line end
+        span = find_line_end(chunk.bytes, got / unit_size, unit_size);
+        const bool complete = at_end || want == CHUNK_BYTES;
+        // A CR as the last unit read may still be followed by an LF.
+        const bool open_cr = span.end == CR && span.length + 1 == got / unit_size;
+        if (complete || (span.end != 0 && !open_cr)) break;
+        want = want * 4 < CHUNK_BYTES ? want * 4 : CHUNK_BYTES;
+    }
     if (span.end == 0) return ERR_READ_FAULT;
     if (span.end == EOF_MARK && span.length == 0) return ERR_HANDLE_EOF;
 
