@@ -10,19 +10,21 @@ namespace {
 
 constexpr char16_t REPLACEMENT = 0xFFFD;
 
-bool is_continuation(unsigned char b) { return (b & 0xC0) == 0x80; }
+bool is_continuation(unsigned char b) {
+    return (b & 0xC0) == 0x80;
+}
 
 // Length of the valid, shortest-form sequence at bytes[0], or 0 when the byte
 // does not start one. Encoded surrogates and values above U+10FFFF are not
 // valid, and neither is a sequence cut short by the end of the input.
-size_t sequence_length(const unsigned char *bytes, size_t left, uint32_t *code) {
+size_t measure_sequence(const unsigned char *bytes, size_t left, uint32_t *code) {
     unsigned char b = bytes[0];
     if (b < 0x80) {
         *code = b;
         return 1;
     }
     size_t n;
-    unsigned char low = 0x80, high = 0xBF;  // bounds of the second byte
+    unsigned char low = 0x80, high = 0xBF; // bounds of the second byte
     if (b >= 0xC2 && b <= 0xDF) {
         n = 2;
     } else if (b >= 0xE0 && b <= 0xEF) {
@@ -55,7 +57,7 @@ uint32_t decode_bytes(uint32_t code_page, const char *bytes, size_t count, char1
     const unsigned char *in = reinterpret_cast<const unsigned char *>(bytes);
     for (size_t i = 0; i < count;) {
         uint32_t code = REPLACEMENT;
-        size_t n = sequence_length(in + i, count - i, &code);
+        size_t n = measure_sequence(in + i, count - i, &code);
         if (n == 0) {
             code = REPLACEMENT;
             n = 1;
@@ -95,7 +97,7 @@ char *encode_text(const char16_t *text, size_t *length) {
             text[i + 1] <= 0xDFFF) {
             c = 0x10000 + ((c - 0xD800) << 10) + (text[++i] - 0xDC00u);
         } else if (c >= 0xD800 && c <= 0xDFFF) {
-            c = REPLACEMENT;  // a lone half of a pair has no encoding
+            c = REPLACEMENT; // a lone half of a pair has no encoding
         }
         if (c < 0x80) {
             bytes[n++] = static_cast<char>(c);

@@ -24,7 +24,7 @@
 namespace {
 
 void (*break_handler)(int);
-char break_text[1024];  // UTF-8, ready for write(2) in the handler
+char break_text[1024]; // UTF-8, ready for write(2) in the handler
 size_t break_length;
 
 void on_break_signal(int) {
@@ -33,7 +33,7 @@ void on_break_signal(int) {
     fallback.sa_handler = SIG_DFL;
     sigaction(SIGINT, &fallback, nullptr);
     sigaction(SIGHUP, &fallback, nullptr);
-    if (break_handler) break_handler(2);  // the interrupt's number on every platform
+    if (break_handler) break_handler(2); // the interrupt's number on every platform
 }
 
 // Windows exception codes of the faults that the scope tells apart.
@@ -58,19 +58,18 @@ constexpr uintptr_t STACK_SLACK_BELOW = 1024 * 1024;
 
 struct fault_scope {
     sigjmp_buf jump;
-    uintptr_t stack_low;  // 0 when the bounds are unknown
+    uintptr_t stack_low; // 0 when the bounds are unknown
     fault_record caught;
 };
 
 fault_scope *active_scope;
 
-uint32_t code_of_fault(int signal, const siginfo_t *info) {
+uint32_t map_fault_code(int signal, const siginfo_t *info) {
     uintptr_t address = reinterpret_cast<uintptr_t>(info->si_addr);
     uintptr_t low = active_scope->stack_low;
     switch (signal) {
     case SIGSEGV:
-        if (low && address < low + STACK_SLACK_ABOVE &&
-            address + STACK_SLACK_BELOW >= low)
+        if (low && address < low + STACK_SLACK_ABOVE && address + STACK_SLACK_BELOW >= low)
             return FAULT_STACK_OVERFLOW;
         return FAULT_ACCESS_VIOLATION;
     case SIGBUS:
@@ -85,7 +84,7 @@ uint32_t code_of_fault(int signal, const siginfo_t *info) {
 }
 
 void on_fault_signal(int signal, siginfo_t *info, void *) {
-    active_scope->caught.code = code_of_fault(signal, info);
+    active_scope->caught.code = map_fault_code(signal, info);
     active_scope->caught.address = reinterpret_cast<uintptr_t>(info->si_addr);
     siglongjmp(active_scope->jump, 1);
 }
@@ -120,7 +119,8 @@ void set_break_text(const char16_t *text) {
     if (length > sizeof break_text) {
         // Cut at a character boundary: never in front of a continuation byte.
         length = sizeof break_text;
-        while (length && (static_cast<unsigned char>(bytes[length]) & 0xC0) == 0x80) --length;
+        while (length && (static_cast<unsigned char>(bytes[length]) & 0xC0) == 0x80)
+            --length;
     }
     memcpy(break_text, bytes, length);
     break_length = length;

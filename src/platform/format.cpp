@@ -30,7 +30,8 @@ void put_unit(sink *out, char16_t c) {
 }
 
 void put_repeated(sink *out, char16_t c, size_t n) {
-    while (n--) put_unit(out, c);
+    while (n--)
+        put_unit(out, c);
 }
 
 // Where the next argument is read from; a missing argument stays missing.
@@ -45,13 +46,13 @@ const fmt_arg *take_arg(arg_reader *reader) {
 }
 
 struct conversion {
-    bool left = false;        // '-': pad on the right
-    bool zero = false;        // '0': pad numbers with zeros
+    bool left = false; // '-': pad on the right
+    bool zero = false; // '0': pad numbers with zeros
     size_t width = 0;
     bool has_precision = false;
     size_t precision = 0;
-    bool wide_number = false;  // ll or I64: the number keeps 64 bits
-    bool bad = false;          // a * had no number to read
+    bool wide_number = false; // ll or I64: the number keeps 64 bits
+    bool bad = false;         // a * had no number to read
 };
 
 // Reads a * field: the next argument as a signed int. A negative width turns
@@ -65,11 +66,11 @@ long read_star(arg_reader *reader, conversion *spec) {
     return static_cast<int32_t>(static_cast<uint32_t>(arg->number));
 }
 
-void put_padded(sink *out, const conversion *spec, const char16_t *text, size_t n,
-                char16_t pad) {
+void put_padded(sink *out, const conversion *spec, const char16_t *text, size_t n, char16_t pad) {
     size_t fill = spec->width > n ? spec->width - n : 0;
     if (!spec->left) put_repeated(out, pad, fill);
-    for (size_t i = 0; i < n; ++i) put_unit(out, text[i]);
+    for (size_t i = 0; i < n; ++i)
+        put_unit(out, text[i]);
     if (spec->left) put_repeated(out, u' ', fill);
 }
 
@@ -92,7 +93,8 @@ void put_number(sink *out, const conversion *spec, char16_t type, uint64_t value
         value /= base;
     } while (value);
     size_t min_digits = type == u'p' ? 16 : (spec->has_precision ? spec->precision : 1);
-    while (n < min_digits && n < 21) digits[sizeof digits / sizeof digits[0] - 1 - n++] = u'0';
+    while (n < min_digits && n < 21)
+        digits[sizeof digits / sizeof digits[0] - 1 - n++] = u'0';
     if (negative) digits[sizeof digits / sizeof digits[0] - 1 - n++] = u'-';
     const char16_t *text = digits + sizeof digits / sizeof digits[0] - n;
     if (spec->zero && !spec->left && !spec->has_precision && negative && spec->width > n) {
@@ -105,7 +107,7 @@ void put_number(sink *out, const conversion *spec, char16_t type, uint64_t value
     put_padded(out, spec, text, n, spec->zero && !spec->has_precision ? u'0' : u' ');
 }
 
-template <class F> char16_t unit_of(F c) {
+template <class F> char16_t widen_unit(F c) {
     return static_cast<char16_t>(static_cast<typename std::make_unsigned<F>::type>(c));
 }
 
@@ -115,15 +117,18 @@ size_t format_into(sink *out, const F *format, const fmt_arg *args, size_t count
     const F *p = format;
     while (p && *p) {
         if (*p != '%') {
-            put_unit(out, unit_of(*p++));
+            put_unit(out, widen_unit(*p++));
             continue;
         }
         const F *start = p++;
         conversion spec;
         for (;; ++p) {
-            if (*p == '-') spec.left = true;
-            else if (*p == '0') spec.zero = true;
-            else if (*p != '+' && *p != ' ' && *p != '#') break;
+            if (*p == '-')
+                spec.left = true;
+            else if (*p == '0')
+                spec.zero = true;
+            else if (*p != '+' && *p != ' ' && *p != '#')
+                break;
         }
         if (*p == '*') {
             long w = read_star(&reader, &spec);
@@ -131,7 +136,8 @@ size_t format_into(sink *out, const F *format, const fmt_arg *args, size_t count
             spec.width = static_cast<size_t>(w < 0 ? -w : w);
             ++p;
         } else {
-            while (*p >= '0' && *p <= '9') spec.width = spec.width * 10 + static_cast<size_t>(*p++ - '0');
+            while (*p >= '0' && *p <= '9')
+                spec.width = spec.width * 10 + static_cast<size_t>(*p++ - '0');
         }
         if (*p == '.') {
             ++p;
@@ -154,7 +160,7 @@ size_t format_into(sink *out, const F *format, const fmt_arg *args, size_t count
             if (p[0] == 'l' && p[1] == 'l') spec.wide_number = true;
             ++p;
         }
-        char16_t type = unit_of(*p);
+        char16_t type = widen_unit(*p);
         if (type) ++p;
         switch (type) {
         case u'%':
@@ -166,7 +172,10 @@ size_t format_into(sink *out, const F *format, const fmt_arg *args, size_t count
             if (spec.bad || !arg || arg->kind != fmt_arg::TEXT) break;
             const char16_t *text = arg->text ? arg->text : u"";
             size_t n = 0;
-            while (text[n] && (!spec.has_precision || n < spec.precision)) ++n;
+            // The precision is tested first: the text may be a slice with no
+            // terminator behind it.
+            while ((!spec.has_precision || n < spec.precision) && text[n])
+                ++n;
             put_padded(out, &spec, text, n, u' ');
             break;
         }
@@ -191,11 +200,13 @@ size_t format_into(sink *out, const F *format, const fmt_arg *args, size_t count
         }
         default:
             // Not a conversion of ours: the text stands as written.
-            for (const F *q = start; q < p; ++q) put_unit(out, unit_of(*q));
+            for (const F *q = start; q < p; ++q)
+                put_unit(out, widen_unit(*q));
             break;
         }
     }
-    if (out->capacity) out->buffer[out->length < out->capacity ? out->length : out->capacity - 1] = 0;
+    if (out->capacity)
+        out->buffer[out->length < out->capacity ? out->length : out->capacity - 1] = 0;
     return out->length;
 }
 
@@ -227,8 +238,7 @@ uint32_t out_printf_args(os_handle stream, const char16_t *format, const fmt_arg
     return result;
 }
 
-uint32_t file_printf_args(os_handle handle, const char *format, const fmt_arg *args,
-                          size_t count) {
+uint32_t file_printf_args(os_handle handle, const char *format, const fmt_arg *args, size_t count) {
     char16_t fast[FAST_UNITS];
     sink out = {fast, FAST_UNITS, 0};
     size_t length = format_into(&out, format, args, count);

@@ -24,14 +24,17 @@ struct text_buffer {
 
 void append_units(text_buffer *out, const char16_t *units, size_t n) {
     if (out->length + n + 1 > out->capacity) {
-        while (out->length + n + 1 > out->capacity) out->capacity *= 2;
+        while (out->length + n + 1 > out->capacity)
+            out->capacity *= 2;
         out->text = static_cast<char16_t *>(xrealloc(out->text, out->capacity * sizeof(char16_t)));
     }
     memcpy(out->text + out->length, units, n * sizeof(char16_t));
     out->length += n;
 }
 
-void append_unit(text_buffer *out, char16_t c) { append_units(out, &c, 1); }
+void append_unit(text_buffer *out, char16_t c) {
+    append_units(out, &c, 1);
+}
 
 // Formats insert number (1-based) with a printf-like format of the counted
 // formatter. The insert's successors follow it, so a * in the format takes the

@@ -10,7 +10,9 @@
 
 namespace {
 
-bool is_separator(char16_t c) { return c == u'\\' || c == u'/'; }
+bool is_separator(char16_t c) {
+    return c == u'\\' || c == u'/';
+}
 
 // The work buffer of make_full_path; the result keeps one unit for the null.
 constexpr size_t FULL_PATH_UNITS = 4096;
@@ -66,7 +68,8 @@ char16_t *make_full_path(const char16_t *name, const char16_t *base) {
     const char16_t *p = name;
     while (*p) {
         const char16_t *segment = p;
-        while (*p && !is_separator(*p)) ++p;
+        while (*p && !is_separator(*p))
+            ++p;
         size_t n = static_cast<size_t>(p - segment);
         if (*p) ++p;
         if (n == 0 || (n == 1 && segment[0] == u'.')) continue;
@@ -78,13 +81,15 @@ char16_t *make_full_path(const char16_t *name, const char16_t *base) {
             }
             // At least one step, so a root's own separator is all that a
             // trailing separator loses and the drive survives.
-            do --used;
+            do
+                --used;
             while (used > 0 && !is_separator(buffer[used]));
             continue;
         }
         if (used > 0 && !is_separator(buffer[used - 1]) && used < FULL_PATH_LIMIT)
             buffer[used++] = u'\\';
-        for (size_t i = 0; i < n && used < FULL_PATH_LIMIT; ++i) buffer[used++] = segment[i];
+        for (size_t i = 0; i < n && used < FULL_PATH_LIMIT; ++i)
+            buffer[used++] = segment[i];
     }
     return str_dup_n(buffer, used);
 }
@@ -107,8 +112,10 @@ void split_path(const char16_t *path, char16_t *drive, char16_t *directory, char
     const char16_t *last_dot = nullptr;
     const char16_t *end = rest;
     for (; *end; ++end) {
-        if (is_separator(*end)) behind_separator = end + 1;
-        else if (*end == u'.') last_dot = end;
+        if (is_separator(*end))
+            behind_separator = end + 1;
+        else if (*end == u'.')
+            last_dot = end;
     }
     copy_part(directory, rest, static_cast<size_t>(behind_separator - rest));
     if (last_dot && last_dot >= behind_separator) {

@@ -30,38 +30,61 @@ constexpr uint32_t ERR_DEVICE_NOT_READY = 21;
 constexpr uint32_t ERR_FILE_EXISTS = 80;
 constexpr uint32_t ERR_INVALID_PARAMETER = 87;
 
-uint32_t error_of(int error) {
+uint32_t map_errno(int error) {
     switch (error) {
-    case 0: return 0;
-    case ENOENT: return ERR_FILE_NOT_FOUND;
-    case ENOTDIR: return ERR_PATH_NOT_FOUND;
+    case 0:
+        return 0;
+    case ENOENT:
+        return ERR_FILE_NOT_FOUND;
+    case ENOTDIR:
+        return ERR_PATH_NOT_FOUND;
     case EACCES:
     case EPERM:
-    case EISDIR: return ERR_ACCESS_DENIED;
-    case EBADF: return ERR_INVALID_HANDLE;
-    case ENOMEM: return ERR_OUT_OF_MEMORY;
-    case EROFS: return 19;
+    case EISDIR:
+        return ERR_ACCESS_DENIED;
+    case EBADF:
+        return ERR_INVALID_HANDLE;
+    case ENOMEM:
+        return ERR_OUT_OF_MEMORY;
+    case EROFS:
+        return 19;
     case ENXIO:
-    case ENODEV: return ERR_DEVICE_NOT_READY;
-    case ENOSPC: return 112;
-    case EDQUOT: return 39;
-    case EEXIST: return ERR_FILE_EXISTS;
-    case ENOTEMPTY: return 145;
-    case ENAMETOOLONG: return 206;
+    case ENODEV:
+        return ERR_DEVICE_NOT_READY;
+    case ENOSPC:
+        return 112;
+    case EDQUOT:
+        return 39;
+    case EEXIST:
+        return ERR_FILE_EXISTS;
+    case ENOTEMPTY:
+        return 145;
+    case ENAMETOOLONG:
+        return 206;
     case EMFILE:
-    case ENFILE: return 4;
+    case ENFILE:
+        return 4;
     case EBUSY:
-    case ETXTBSY: return 32;
-    case EINVAL: return ERR_INVALID_PARAMETER;
-    case EPIPE: return 109;
-    case ELOOP: return 123;
-    case ENOEXEC: return 193;
-    case EIO: return 1117;
-    default: return 31;  // a device attached to the system is not functioning
+    case ETXTBSY:
+        return 32;
+    case EINVAL:
+        return ERR_INVALID_PARAMETER;
+    case EPIPE:
+        return 109;
+    case ELOOP:
+        return 123;
+    case ENOEXEC:
+        return 193;
+    case EIO:
+        return 1117;
+    default:
+        return 31; // a device attached to the system is not functioning
     }
 }
 
-uint32_t last_error() { return error_of(errno); }
+uint32_t get_last_error() {
+    return map_errno(errno);
+}
 
 // A name on its way to the OS: UTF-8, with every \ turned into /. Caller frees.
 char *encode_os_name(const char16_t *name) {
@@ -79,7 +102,7 @@ char16_t *decode_os_text(const char *bytes, size_t n) {
     return text;
 }
 
-uint64_t time_of_stat(const struct stat *info) {
+uint64_t get_stat_time(const struct stat *info) {
     int64_t seconds = static_cast<int64_t>(info->st_mtim.tv_sec) + EPOCH_DIFFERENCE;
     if (seconds < 0) return 0;
     return static_cast<uint64_t>(seconds) * UNITS_PER_SECOND +
@@ -98,7 +121,7 @@ uint32_t write_all(int fd, const char *bytes, size_t count) {
     while (count) {
         ssize_t n = write(fd, bytes, count);
         if (n < 0 && errno == EINTR) continue;
-        if (n < 0) return last_error();
+        if (n < 0) return get_last_error();
         if (n == 0) return ERR_WRITE_FAULT;
         bytes += n;
         count -= static_cast<size_t>(n);
@@ -106,12 +129,13 @@ uint32_t write_all(int fd, const char *bytes, size_t count) {
     return 0;
 }
 
-bool has_wildcard(const char16_t *name) { return str_pbrk(name, u"*?") != nullptr; }
+bool has_wildcard(const char16_t *name) {
+    return str_pbrk(name, u"*?") != nullptr;
+}
 
 // Matches name[0, ne) against pattern[0, pe): ASCII case ignored, * any run
 // of units, ? exactly one.
-bool match_wildcard(const char16_t *p, const char16_t *pe, const char16_t *n,
-                    const char16_t *ne) {
+bool match_wildcard(const char16_t *p, const char16_t *pe, const char16_t *n, const char16_t *ne) {
     const char16_t *star = nullptr, *resume = nullptr;
     while (n < ne) {
         if (p < pe && *p == u'*') {
@@ -127,13 +151,14 @@ bool match_wildcard(const char16_t *p, const char16_t *pe, const char16_t *n,
             return false;
         }
     }
-    while (p < pe && *p == u'*') ++p;
+    while (p < pe && *p == u'*')
+        ++p;
     return p == pe;
 }
 
 // A pattern that ends in ".*" also takes names without a dot, so "*.*" takes
 // every name, as the command prompt has it.
-bool name_matches(const char16_t *pattern, const char16_t *name) {
+bool match_name(const char16_t *pattern, const char16_t *name) {
     size_t pl = str_len(pattern), nl = str_len(name);
     if (match_wildcard(pattern, pattern + pl, name, name + nl)) return true;
     return pl >= 2 && pattern[pl - 2] == u'.' && pattern[pl - 1] == u'*' && !str_chr(name, u'.') &&
@@ -151,7 +176,7 @@ int compare_found(const void *a, const void *b) {
 
 // The matches of one search, read and sorted at its start.
 struct find_state {
-    char *directory;  // OS form, with its trailing / ("" for the current directory)
+    char *directory; // OS form, with its trailing / ("" for the current directory)
     char16_t **names;
     size_t count;
     size_t next;
@@ -160,7 +185,8 @@ struct find_state {
 namespace {
 
 void free_search(find_state *search) {
-    for (size_t i = 0; i < search->count; ++i) free(search->names[i]);
+    for (size_t i = 0; i < search->count; ++i)
+        free(search->names[i]);
     free(search->names);
     free(search->directory);
     free(search);
@@ -178,7 +204,7 @@ uint32_t start_search(const char16_t *pattern, find_state **out) {
     free(directory);
     DIR *dir = opendir(*os_directory ? os_directory : ".");
     if (!dir) {
-        uint32_t error = last_error();
+        uint32_t error = get_last_error();
         free(os_directory);
         return error == ERR_FILE_NOT_FOUND ? ERR_PATH_NOT_FOUND : error;
     }
@@ -187,14 +213,14 @@ uint32_t start_search(const char16_t *pattern, find_state **out) {
     size_t capacity = 0;
     while (dirent *entry = readdir(dir)) {
         char16_t *name = decode_os_text(entry->d_name, strlen(entry->d_name));
-        if (!name_matches(last, name)) {
+        if (!match_name(last, name)) {
             free(name);
             continue;
         }
         if (search->count == capacity) {
             capacity = capacity ? capacity * 2 : 16;
-            search->names = static_cast<char16_t **>(
-                xrealloc(search->names, capacity * sizeof(char16_t *)));
+            search->names =
+                static_cast<char16_t **>(xrealloc(search->names, capacity * sizeof(char16_t *)));
         }
         search->names[search->count++] = name;
     }
@@ -209,7 +235,7 @@ uint32_t start_search(const char16_t *pattern, find_state **out) {
 }
 
 // The time of the first match of a wildcard name, or 0.
-uint64_t first_match_time(const char16_t *pattern) {
+uint64_t get_first_match_time(const char16_t *pattern) {
     find_state *search = nullptr;
     if (start_search(pattern, &search)) return 0;
     char *name = encode_text(search->names[0], nullptr);
@@ -218,7 +244,7 @@ uint64_t first_match_time(const char16_t *pattern) {
     memcpy(path, search->directory, dl);
     memcpy(path + dl, name, nl + 1);
     struct stat info;
-    uint64_t time = stat_entry(path, &info) == 0 ? time_of_stat(&info) : 0;
+    uint64_t time = stat_entry(path, &info) == 0 ? get_stat_time(&info) : 0;
     free(path);
     free(name);
     free_search(search);
@@ -242,7 +268,9 @@ const char *find_env_entry(const char *name, bool other_only) {
     return nullptr;
 }
 
-bool is_env_name(const char16_t *name) { return name && *name && !str_chr(name, u'='); }
+bool is_env_name(const char16_t *name) {
+    return name && *name && !str_chr(name, u'=');
+}
 
 } // namespace
 
@@ -251,7 +279,7 @@ uint32_t write_file(os_handle handle, const void *buffer, size_t count) {
 }
 
 uint32_t write_text(os_handle stream, const char16_t *text, uint32_t code_page) {
-    (void)code_page;  // every code page is UTF-8 here, terminal or not
+    (void)code_page; // every code page is UTF-8 here, terminal or not
     if (!text || !*text) return 0;
     size_t length = 0;
     char *bytes = encode_text(text, &length);
@@ -264,12 +292,12 @@ uint32_t open_input(const char16_t *name, os_handle *handle) {
     *handle = INVALID_FILE;
     char *os_name = encode_os_name(name);
     int fd = open(os_name, O_RDONLY | O_CLOEXEC);
-    uint32_t error = fd < 0 ? last_error() : 0;
+    uint32_t error = fd < 0 ? get_last_error() : 0;
     free(os_name);
     if (error) return error;
     struct stat info;
     if (fstat(fd, &info) == 0 && S_ISDIR(info.st_mode)) {
-        close(fd);  // a directory is no input file, as on a system that refuses to open one
+        close(fd); // a directory is no input file, as on a system that refuses to open one
         return ERR_ACCESS_DENIED;
     }
     *handle = fd;
@@ -280,7 +308,7 @@ uint32_t create_file(const char16_t *name, os_handle *handle) {
     *handle = INVALID_FILE;
     char *os_name = encode_os_name(name);
     int fd = open(os_name, O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    uint32_t error = fd < 0 ? last_error() : 0;
+    uint32_t error = fd < 0 ? get_last_error() : 0;
     free(os_name);
     if (!error) *handle = fd;
     return error;
@@ -307,7 +335,7 @@ uint32_t create_temp_file(char16_t **name, os_handle *handle, bool inherit) {
         char16_t *full = str_printf(u"%ls%lsQX%X.TMP", folder, joint, number);
         char *os_name = encode_os_name(full);
         int fd = open(os_name, flags, 0666);
-        error = fd < 0 ? last_error() : 0;
+        error = fd < 0 ? get_last_error() : 0;
         free(os_name);
         if (error == ERR_FILE_EXISTS) {
             free(full);
@@ -317,8 +345,10 @@ uint32_t create_temp_file(char16_t **name, os_handle *handle, bool inherit) {
             free(full);
             break;
         }
-        if (handle) *handle = fd;
-        else close(fd);
+        if (handle)
+            *handle = fd;
+        else
+            close(fd);
         *name = full;
         break;
     }
@@ -327,12 +357,12 @@ uint32_t create_temp_file(char16_t **name, os_handle *handle, bool inherit) {
 }
 
 uint32_t close_file(os_handle handle) {
-    return close(static_cast<int>(handle)) == 0 ? 0 : last_error();
+    return close(static_cast<int>(handle)) == 0 ? 0 : get_last_error();
 }
 
 uint32_t delete_file(const char16_t *name) {
     char *os_name = encode_os_name(name);
-    uint32_t error = unlink(os_name) == 0 ? 0 : last_error();
+    uint32_t error = unlink(os_name) == 0 ? 0 : get_last_error();
     free(os_name);
     return error;
 }
@@ -342,7 +372,7 @@ uint32_t read_file(os_handle handle, void *buffer, size_t count, size_t *got) {
     for (;;) {
         ssize_t n = read(static_cast<int>(handle), buffer, count);
         if (n < 0 && errno == EINTR) continue;
-        if (n < 0) return last_error();
+        if (n < 0) return get_last_error();
         *got = static_cast<size_t>(n);
         return 0;
     }
@@ -350,7 +380,7 @@ uint32_t read_file(os_handle handle, void *buffer, size_t count, size_t *got) {
 
 uint32_t file_position(os_handle handle, uint64_t *position) {
     off_t at = lseek(static_cast<int>(handle), 0, SEEK_CUR);
-    if (at < 0) return last_error();
+    if (at < 0) return get_last_error();
     *position = static_cast<uint64_t>(at);
     return 0;
 }
@@ -358,14 +388,14 @@ uint32_t file_position(os_handle handle, uint64_t *position) {
 uint32_t seek_file(os_handle handle, uint64_t position) {
     if (position > static_cast<uint64_t>(INT64_MAX)) return ERR_INVALID_PARAMETER;
     off_t at = lseek(static_cast<int>(handle), static_cast<off_t>(position), SEEK_SET);
-    return at < 0 ? last_error() : 0;
+    return at < 0 ? get_last_error() : 0;
 }
 
 uint64_t file_time(const char16_t *name) {
-    if (has_wildcard(name)) return first_match_time(name);
+    if (has_wildcard(name)) return get_first_match_time(name);
     char *os_name = encode_os_name(name);
     struct stat info;
-    uint64_t time = stat_entry(os_name, &info) == 0 ? time_of_stat(&info) : 0;
+    uint64_t time = stat_entry(os_name, &info) == 0 ? get_stat_time(&info) : 0;
     free(os_name);
     return time;
 }
@@ -373,17 +403,17 @@ uint64_t file_time(const char16_t *name) {
 uint32_t set_file_time(const char16_t *name, uint64_t time) {
     char *os_name = encode_os_name(name);
     int fd = open(os_name, O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
-    uint32_t error = fd < 0 ? last_error() : 0;
+    uint32_t error = fd < 0 ? get_last_error() : 0;
     free(os_name);
     if (error) return error;
     struct timespec times[2];
     times[0].tv_sec = 0;
-    times[0].tv_nsec = UTIME_OMIT;  // the last-access time stays as it is
-    times[1].tv_sec = static_cast<time_t>(static_cast<int64_t>(time / UNITS_PER_SECOND) -
-                                          EPOCH_DIFFERENCE);
+    times[0].tv_nsec = UTIME_OMIT; // the last-access time stays as it is
+    times[1].tv_sec =
+        static_cast<time_t>(static_cast<int64_t>(time / UNITS_PER_SECOND) - EPOCH_DIFFERENCE);
     times[1].tv_nsec = static_cast<long>(time % UNITS_PER_SECOND) * 100;
-    if (futimens(fd, times) != 0) error = last_error();
-    if (close(fd) != 0 && !error) error = last_error();
+    if (futimens(fd, times) != 0) error = get_last_error();
+    if (close(fd) != 0 && !error) error = get_last_error();
     return error;
 }
 
@@ -396,7 +426,7 @@ bool file_exists(const char16_t *name) {
     } else {
         char *os_name = encode_os_name(name);
         struct stat info;
-        error = error_of(stat_entry(os_name, &info));
+        error = map_errno(stat_entry(os_name, &info));
         free(os_name);
     }
     // Only a sure absence says no; a name that cannot be examined is there.
@@ -437,7 +467,9 @@ uint64_t system_time() {
            static_cast<uint64_t>(now.tv_nsec) / 100;
 }
 
-int compare_time(uint64_t a, uint64_t b) { return a < b ? -1 : a > b ? 1 : 0; }
+int compare_time(uint64_t a, uint64_t b) {
+    return a < b ? -1 : a > b ? 1 : 0;
+}
 
 bool local_calendar_time(uint64_t time, calendar_time *out) {
     time_t seconds =
@@ -468,7 +500,7 @@ char16_t *current_dir() {
 
 uint32_t change_dir(const char16_t *path) {
     char *os_name = encode_os_name(path);
-    uint32_t error = chdir(os_name) == 0 ? 0 : last_error();
+    uint32_t error = chdir(os_name) == 0 ? 0 : get_last_error();
     free(os_name);
     return error;
 }
@@ -482,7 +514,7 @@ char16_t *get_env(const char16_t *name) {
         if (entry) value = entry + strlen(bytes) + 1;
     }
     free(bytes);
-    if (!value || !*value) return nullptr;  // an empty value reads as unset
+    if (!value || !*value) return nullptr; // an empty value reads as unset
     return decode_os_text(value, strlen(value));
 }
 
@@ -503,10 +535,10 @@ uint32_t set_env(const char16_t *name, const char16_t *value) {
     }
     uint32_t error = 0;
     if (!value) {
-        if (unsetenv(bytes) != 0) error = last_error();
+        if (unsetenv(bytes) != 0) error = get_last_error();
     } else {
         char *value_bytes = encode_text(value, nullptr);
-        if (setenv(bytes, value_bytes, 1) != 0) error = last_error();
+        if (setenv(bytes, value_bytes, 1) != 0) error = get_last_error();
         free(value_bytes);
     }
     free(bytes);
@@ -525,8 +557,8 @@ uint16_t user_language() {
 char16_t *format_message(uint32_t id, const fmt_arg *args, size_t count) {
     id &= MESSAGE_ID_MASK;
     uint16_t language = user_language();
-    const char16_t *text = (id & 0x20000000) ? catalogue_text(id, language)
-                                             : system_error_text(id, language);
+    const char16_t *text =
+        (id & 0x20000000) ? catalogue_text(id, language) : system_error_text(id, language);
     return text ? apply_inserts(text, args, count) : nullptr;
 }
 
@@ -536,4 +568,6 @@ size_t allocator_block_size(const void *block) {
 
 // Output goes straight to the descriptors, so nothing is left in a buffer that
 // an orderly exit would have to flush.
-void exit_process(uint32_t status) { _exit(static_cast<int>(status)); }
+void exit_process(uint32_t status) {
+    _exit(static_cast<int>(status));
+}

@@ -11,14 +11,18 @@ namespace {
 
 const char16_t empty_text[1] = {0};
 
-const char16_t *or_empty(const char16_t *text) { return text ? text : empty_text; }
+const char16_t *resolve_text(const char16_t *text) {
+    return text ? text : empty_text;
+}
 
-int compare_units(char16_t a, char16_t b) { return static_cast<int>(a) - static_cast<int>(b); }
+int compare_units(char16_t a, char16_t b) {
+    return static_cast<int>(a) - static_cast<int>(b);
+}
 
-char16_t *tok_position;  // where str_tok goes on when called with a null text
+char16_t *tok_position; // where str_tok goes on when called with a null text
 
 // The value of one digit in any base up to 16, or 16 for a non-digit.
-unsigned digit_value(char16_t c) {
+unsigned get_digit_value(char16_t c) {
     if (c >= u'0' && c <= u'9') return static_cast<unsigned>(c - u'0');
     if (c >= u'a' && c <= u'f') return static_cast<unsigned>(c - u'a' + 10);
     if (c >= u'A' && c <= u'F') return static_cast<unsigned>(c - u'A' + 10);
@@ -45,11 +49,14 @@ bool is_char_alpha(char16_t c) {
 size_t str_len(const char16_t *text) {
     size_t n = 0;
     if (text)
-        while (text[n]) ++n;
+        while (text[n])
+            ++n;
     return n;
 }
 
-char16_t *str_dup(const char16_t *text) { return str_dup_n(text, str_len(text)); }
+char16_t *str_dup(const char16_t *text) {
+    return str_dup_n(text, str_len(text));
+}
 
 char16_t *str_dup_n(const char16_t *text, size_t n) {
     char16_t *copy = xalloc_array<char16_t>(n + 1);
@@ -59,30 +66,32 @@ char16_t *str_dup_n(const char16_t *text, size_t n) {
 }
 
 int str_cmp(const char16_t *a, const char16_t *b) {
-    a = or_empty(a);
-    b = or_empty(b);
-    while (*a && *a == *b) ++a, ++b;
+    a = resolve_text(a);
+    b = resolve_text(b);
+    while (*a && *a == *b)
+        ++a, ++b;
     return compare_units(*a, *b);
 }
 
 int str_ncmp(const char16_t *a, const char16_t *b, size_t n) {
-    a = or_empty(a);
-    b = or_empty(b);
+    a = resolve_text(a);
+    b = resolve_text(b);
     for (; n; --n, ++a, ++b)
         if (*a != *b || !*a) return compare_units(*a, *b);
     return 0;
 }
 
 int str_icmp(const char16_t *a, const char16_t *b) {
-    a = or_empty(a);
-    b = or_empty(b);
-    while (*a && fold_char(*a) == fold_char(*b)) ++a, ++b;
+    a = resolve_text(a);
+    b = resolve_text(b);
+    while (*a && fold_char(*a) == fold_char(*b))
+        ++a, ++b;
     return compare_units(fold_char(*a), fold_char(*b));
 }
 
 int str_nicmp(const char16_t *a, const char16_t *b, size_t n) {
-    a = or_empty(a);
-    b = or_empty(b);
+    a = resolve_text(a);
+    b = resolve_text(b);
     for (; n; --n, ++a, ++b) {
         char16_t fa = fold_char(*a), fb = fold_char(*b);
         if (fa != fb || !fa) return compare_units(fa, fb);
@@ -126,13 +135,15 @@ const char16_t *str_pbrk(const char16_t *text, const char16_t *set) {
 char16_t *str_tok_r(char16_t *text, const char16_t *seps, char16_t **pos) {
     char16_t *p = text ? text : *pos;
     if (!p) return nullptr;
-    while (*p && str_chr(seps, *p)) ++p;
+    while (*p && str_chr(seps, *p))
+        ++p;
     if (!*p) {
         *pos = p;
         return nullptr;
     }
     char16_t *word = p;
-    while (*p && !str_chr(seps, *p)) ++p;
+    while (*p && !str_chr(seps, *p))
+        ++p;
     if (*p) *p++ = 0;
     *pos = p;
     return word;
@@ -147,11 +158,12 @@ int32_t str_to_long(const char16_t *text, const char16_t **end, bool *range_erro
     if (end) *end = text;
     if (!text) return 0;
     const char16_t *p = text;
-    while (is_space(*p)) ++p;
+    while (is_space(*p))
+        ++p;
     bool negative = false;
     if (*p == u'+' || *p == u'-') negative = *p++ == u'-';
     unsigned base = 10;
-    if (p[0] == u'0' && (p[1] == u'x' || p[1] == u'X') && digit_value(p[2]) < 16) {
+    if (p[0] == u'0' && (p[1] == u'x' || p[1] == u'X') && get_digit_value(p[2]) < 16) {
         base = 16;
         p += 2;
     } else if (p[0] == u'0') {
@@ -163,7 +175,7 @@ int32_t str_to_long(const char16_t *text, const char16_t **end, bool *range_erro
     uint64_t value = 0;
     bool overflow = false;
     const char16_t *digits = p;
-    for (unsigned d; (d = digit_value(*p)) < base; ++p) {
+    for (unsigned d; (d = get_digit_value(*p)) < base; ++p) {
         if (overflow) continue;
         value = value * base + d;
         if (value > limit) overflow = true;
