@@ -62,7 +62,7 @@ struct fault_scope {
     fault_record caught;
 };
 
-fault_scope *active_scope;
+thread_local fault_scope *active_scope;
 
 uint32_t map_fault_code(int signal, const siginfo_t *info) {
     uintptr_t address = reinterpret_cast<uintptr_t>(info->si_addr);
@@ -139,7 +139,10 @@ void write_break_text() {
     }
 }
 
-bool run_fault_scope(void (*body)(void *), void *arg, fault_record *fault) {
+namespace {
+
+// Runs body in a fault scope on the calling thread.
+bool run_scope_here(void (*body)(void *), void *arg, fault_record *fault) {
     // Everything the jump back needs is set up before sigsetjmp and not changed
     // behind it, except returned, which is volatile for that reason.
     fault_scope scope;
@@ -176,4 +179,42 @@ bool run_fault_scope(void (*body)(void *), void *arg, fault_record *fault) {
     active_scope = outer;
     if (!returned && fault) *fault = scope.caught;
     return returned;
+}
+
+// The work runs on a thread of its own with a large stack: deep dependency
+// chains and deep macro references recurse, and a stack of this size (address
+// space only, until it is touched) lets them go very deep before the scope
+// turns the end of the stack into a diagnostic.
+constexpr size_t WORK_STACK_BYTES = size_t(1) << 30;
+
+struct scope_call {
+    void (*body)(void *);
+    void *arg;
+    fault_record *fault;
+    bool returned;
+};
+
+void *run_scope_thread(void *p) {
+    scope_call *call = static_cast<scope_call *>(p);
+    call->returned = run_scope_here(call->body, call->arg, call->fault);
+    return nullptr;
+}
+
+} // namespace
+
+bool run_fault_scope(void (*body)(void *), void *arg, fault_record *fault) {
+    scope_call call = {body, arg, fault, false};
+    pthread_attr_t attributes;
+    pthread_t worker;
+    bool started = pthread_attr_init(&attributes) == 0;
+    if (started) {
+        started = pthread_attr_setstacksize(&attributes, WORK_STACK_BYTES) == 0 &&
+                  pthread_create(&worker, &attributes, run_scope_thread, &call) == 0;
+        pthread_attr_destroy(&attributes);
+    }
+    // Without a thread of its own (the address space may be limited), the work
+    // runs here, on the stack it has.
+    if (!started) return run_scope_here(body, arg, fault);
+    pthread_join(worker, nullptr);
+    return call.returned;
 }
