@@ -288,6 +288,55 @@ uint32_t write_text(os_handle stream, const char16_t *text, uint32_t code_page) 
     return result;
 }
 
+namespace {
+
+// Makefiles are read a line at a time, each line with a position query, a read
+// and a seek back behind the line. A read-ahead buffer per input handle serves
+// all three from memory, so a makefile costs a few system calls in all. Only
+// handles of open_input have one; the others go straight to the OS.
+constexpr size_t READ_AHEAD_BYTES = 64 * 1024;
+constexpr int MAX_CACHED_FD = 1024;
+
+struct input_cache {
+    char buffer[READ_AHEAD_BYTES];
+    uint64_t start;     // file offset of buffer[0]
+    size_t length;      // valid bytes in buffer
+    uint64_t position;  // the handle's logical file position
+};
+
+input_cache *input_caches[MAX_CACHED_FD];
+
+input_cache *cache_of(os_handle handle) {
+    return handle >= 0 && handle < MAX_CACHED_FD ? input_caches[handle] : nullptr;
+}
+
+uint32_t read_cached(input_cache *cache, int fd, char *out, size_t count, size_t *got) {
+    *got = 0;
+    while (count > 0) {
+        if (cache->position < cache->start || cache->position >= cache->start + cache->length) {
+            ssize_t n;
+            do {
+                n = pread(fd, cache->buffer, READ_AHEAD_BYTES, static_cast<off_t>(cache->position));
+            } while (n < 0 && errno == EINTR);
+            if (n < 0) return get_last_error();
+            cache->start = cache->position;
+            cache->length = static_cast<size_t>(n);
+            if (n == 0) return 0;  // end of file
+        }
+        const size_t offset = static_cast<size_t>(cache->position - cache->start);
+        size_t take = cache->length - offset;
+        if (take > count) take = count;
+        memcpy(out, cache->buffer + offset, take);
+        out += take;
+        count -= take;
+        *got += take;
+        cache->position += take;
+    }
+    return 0;
+}
+
+} // namespace
+
 uint32_t open_input(const char16_t *name, os_handle *handle) {
     *handle = INVALID_FILE;
     char *os_name = encode_os_name(name);
@@ -301,6 +350,7 @@ uint32_t open_input(const char16_t *name, os_handle *handle) {
         return ERR_ACCESS_DENIED;
     }
     *handle = fd;
+    if (fd < MAX_CACHED_FD) input_caches[fd] = static_cast<input_cache *>(xcalloc(sizeof(input_cache)));
     return 0;
 }
 
@@ -357,6 +407,10 @@ uint32_t create_temp_file(char16_t **name, os_handle *handle, bool inherit) {
 }
 
 uint32_t close_file(os_handle handle) {
+    if (input_cache *cache = cache_of(handle)) {
+        free(cache);
+        input_caches[handle] = nullptr;
+    }
     return close(static_cast<int>(handle)) == 0 ? 0 : get_last_error();
 }
 
@@ -368,6 +422,8 @@ uint32_t delete_file(const char16_t *name) {
 }
 
 uint32_t read_file(os_handle handle, void *buffer, size_t count, size_t *got) {
+    if (input_cache *cache = cache_of(handle))
+        return read_cached(cache, static_cast<int>(handle), static_cast<char *>(buffer), count, got);
     *got = 0;
     for (;;) {
         ssize_t n = read(static_cast<int>(handle), buffer, count);
@@ -379,6 +435,10 @@ uint32_t read_file(os_handle handle, void *buffer, size_t count, size_t *got) {
 }
 
 uint32_t file_position(os_handle handle, uint64_t *position) {
+    if (input_cache *cache = cache_of(handle)) {
+        *position = cache->position;
+        return 0;
+    }
     off_t at = lseek(static_cast<int>(handle), 0, SEEK_CUR);
     if (at < 0) return get_last_error();
     *position = static_cast<uint64_t>(at);
@@ -387,6 +447,10 @@ uint32_t file_position(os_handle handle, uint64_t *position) {
 
 uint32_t seek_file(os_handle handle, uint64_t position) {
     if (position > static_cast<uint64_t>(INT64_MAX)) return ERR_INVALID_PARAMETER;
+    if (input_cache *cache = cache_of(handle)) {
+        cache->position = position;
+        return 0;
+    }
     off_t at = lseek(static_cast<int>(handle), static_cast<off_t>(position), SEEK_SET);
     return at < 0 ? get_last_error() : 0;
 }

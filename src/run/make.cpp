@@ -79,6 +79,8 @@ void make(int argc, char16_t **argv) {
     suffix_target = nullptr;
     inline_list = nullptr;
     rule_list = nullptr;
+    phony_target = nullptr;
+    default_target = nullptr;
     target_index = file_index = macro_index = name_index{};
     ptr_list macro_words = nullptr;
     ptr_list target_words = nullptr;
@@ -177,6 +179,8 @@ void nested_make(int argc, char16_t **argv) {
     inline_file *saved_inline = inline_list;
     const uint64_t saved_now = now_time;
     target *saved_rules = rule_list;
+    target *saved_phony = phony_target;
+    target *saved_default = default_target;
     const name_index saved_indexes[3] = {target_index, file_index, macro_index};
     const size_t saved_span = begin_update_span();
     make(argc, argv);
@@ -190,6 +194,8 @@ void nested_make(int argc, char16_t **argv) {
     inline_list = saved_inline;
     now_time = saved_now;
     rule_list = saved_rules;
+    phony_target = saved_phony;
+    default_target = saved_default;
     target_index = saved_indexes[0];
     file_index = saved_indexes[1];
     macro_index = saved_indexes[2];

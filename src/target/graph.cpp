@@ -13,6 +13,8 @@ file_node *file_list = nullptr;
 command *command_list = nullptr;
 target *first_target = nullptr;
 target *suffix_target = nullptr;
+target *phony_target = nullptr;
+target *default_target = nullptr;
 target *rule_list = nullptr;
 name_index target_index = {};
 name_index file_index = {};
@@ -138,6 +140,7 @@ target *add_target(const char16_t *name) {
     t->hash = hash;
     t->is_rule = is_rule_name(name);
     t->file = node;
+    node->owner = t;
     t->next = target_list;
     target_list = t;
     if (t->is_rule) {
@@ -170,6 +173,10 @@ void attach_to_targets(ptr_list targets, ptr_list dependents, ptr_list commands)
                 opt_silent = 1;
             else if (str_icmp(name, u".SUFFIXES") == 0)
                 suffix_target = t;
+            else if (str_icmp(name, u".PHONY") == 0)
+                phony_target = t;  // saves a look-up for every time stamp read
+            else if (str_icmp(name, u".DEFAULT") == 0)
+                default_target = t;
             if (!has_dependents) {
                 free(t->dependents);
                 t->dependents = nullptr;
@@ -188,6 +195,8 @@ void attach_to_targets(ptr_list targets, ptr_list dependents, ptr_list commands)
 void free_targets() {
     clear_index(target_index);
     rule_list = nullptr;
+    phony_target = nullptr;
+    default_target = nullptr;
     while (target *t = target_list) {
         target_list = t->next;
         free(t->dependents);

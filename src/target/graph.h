@@ -24,6 +24,7 @@ struct file_node {
     uint64_t time;    // stored time: 0 = not settled; above 0 = settled this run (the only memo)
     uint32_t hash;    // hash_name(name)
     uint8_t updating; // the update recursion is working on this name now (cycle guard)
+    struct target *owner;  // the target of this name, or null: find_target without a search
 };
 
 // One per distinct name that stood left of a colon (or that is predefined).
@@ -50,6 +51,8 @@ extern file_node *file_list;     // all names that occurred as target or depende
 extern command *command_list;    // all commands of the run
 extern target *first_target;     // built when no target is named
 extern target *suffix_target;    // the record of .SUFFIXES, or null
+extern target *phony_target;     // the record of .PHONY, or null
+extern target *default_target;   // the record of .DEFAULT, or null
 // The inference rules of target_list, in the same order, so that the rule
 // search visits rules only. Part of the run's tables, saved with them.
 extern target *rule_list;

@@ -53,7 +53,13 @@ bool fits_rest(const char16_t *rest, const char16_t *stem, const char16_t *exten
 // the rules .cpp.obj and .cxx.obj still work.
 char16_t *match_inference_rule(const target *rule, const char16_t *stem,
                                const char16_t *extension) {
-    const char16_t *cursor = rule->file->name;
+    // The rule text ends in the to-extension: a cheap test before the walk.
+    const char16_t *text = rule->file->name;
+    const size_t text_length = str_len(text), extension_length = str_len(extension);
+    if (text_length < extension_length ||
+        str_icmp(text + text_length - extension_length, extension) != 0)
+        return nullptr;
+    const char16_t *cursor = text;
     const char16_t *frompath = u"";
     size_t frompath_length = 0;
     if (*cursor == u'{') {
@@ -78,6 +84,13 @@ char16_t *match_inference_rule(const target *rule, const char16_t *stem,
 }
 
 uint32_t apply_inference(target *t, const char16_t *name, bool must_exist, bool stale) {
+    return apply_inference_to(t, find_file(name), name, must_exist, stale);
+}
+
+// The node is looked up at the end in the spec of things; it cannot appear in
+// between, since nothing adds names while targets are updated.
+uint32_t apply_inference_to(target *t, file_node *node, const char16_t *name, bool must_exist,
+                            bool stale) {
     const size_t n = stem_length(name);
     const char16_t *extension = name + n;
     char16_t *stem = str_dup_n(name, n);
@@ -110,7 +123,7 @@ uint32_t apply_inference(target *t, const char16_t *name, bool must_exist, bool 
         }
     }
     if (rc == UPDATE_FAILED) {
-        if (target *fallback = find_target(u".DEFAULT")) {
+        if (target *fallback = default_target) {
             set_automatic_macros(stem, u"", name, t);
             rc = run_commands(fallback->commands) ? UPDATE_BUILT : UPDATE_FAILED;
         } else if (t && !*extension && own == 0 && must_exist) {
@@ -120,7 +133,8 @@ uint32_t apply_inference(target *t, const char16_t *name, bool must_exist, bool 
         }
     }
     free(stem);
-    if (file_node *f = find_file(name)) {
+    check_name(name);  // the closing look-up of the node, which is known
+    if (file_node *f = node) {
         if (rc == UPDATE_BUILT && opt_no_exec)
             f->time = now_time;
         else

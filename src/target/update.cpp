@@ -92,7 +92,8 @@ uint32_t update_known_target(target *t, const char16_t *name, bool must_exist) {
     bool failed = false;
     for (void **d = t->dependents; d && *d; ++d) {
         file_node *dep = static_cast<file_node *>(*d);
-        if (update_target(dep->name, must_exist) == UPDATE_FAILED) {
+        check_name(dep->name);  // the look-up that the node saves would warn
+        if (update_node(dep, dep->name, must_exist) == UPDATE_FAILED) {
             report(MSG_BUILD_FAILED + WARNING, dep->name);
             failed = true;
         } else if (compare_time(newest, dep->time) < 0) {
@@ -104,7 +105,8 @@ uint32_t update_known_target(target *t, const char16_t *name, bool must_exist) {
     const bool stale = opt_all || compare_time(newest, own) > 0;
     if (!t->commands || !t->commands[0]) {
         if (t->dependents && t->dependents[0])
-            return apply_inference(t, name, is_phony(name) ? false : must_exist, stale);
+            return apply_inference_to(t, t->file, name, is_phony(name) ? false : must_exist,
+                                      stale);
         t->file->time = now_time;
         return UPDATE_CURRENT;
     }
@@ -136,7 +138,7 @@ bool touch_target(const char16_t *name) {
 
 bool is_phony(const char16_t *name) {
     if (str_cmp(name, u"all") == 0) return true;
-    const target *phony = find_target(u".PHONY");
+    const target *phony = phony_target;
     if (!phony) return false;
     for (void **d = phony->dependents; d && *d; ++d)
         if (str_cmp(static_cast<file_node *>(*d)->name, name) == 0) return true;
@@ -153,11 +155,15 @@ void make_target(const char16_t *name) {
 }
 
 uint32_t update_target(const char16_t *name, bool must_exist) {
-    file_node *f = find_file(name);
+    return update_node(find_file(name), name, must_exist);
+}
+
+uint32_t update_node(file_node *f, const char16_t *name, bool must_exist) {
     if (f && compare_time(f->time, 0) > 0) return UPDATE_CURRENT;
     progress_guard guard(f, name);
-    target *t = find_target(name);
-    if (!t) return apply_inference(nullptr, name, must_exist, false);
+    check_name(name);  // the target look-up that the node's owner saves
+    target *t = f ? f->owner : nullptr;
+    if (!t) return apply_inference_to(nullptr, f, name, must_exist, false);
     return update_known_target(t, name, must_exist);
 }
 

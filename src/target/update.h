@@ -15,11 +15,17 @@ constexpr uint32_t UPDATE_CURRENT = 0xFFFFFFFF;
 void define_builtins();
 void make_target(const char16_t *name);
 uint32_t update_target(const char16_t *name, bool must_exist);
+// update_target for a name whose node has been found already (null: it has
+// none), so that the look-ups are not made again; the name warnings still are.
+uint32_t update_node(file_node *node, const char16_t *name, bool must_exist);
 // Returns a new text, the source name that rule derives for stem and extension
 // (extension with its dot), or null when the rule does not fit.
 char16_t *match_inference_rule(const target *rule, const char16_t *stem,
                                const char16_t *extension);
 uint32_t apply_inference(target *t, const char16_t *name, bool must_exist, bool stale);
+// apply_inference for a name whose node is known (null: it has none).
+uint32_t apply_inference_to(target *t, file_node *node, const char16_t *name, bool must_exist,
+                            bool stale);
 void set_automatic_macros(const char16_t *stem, const char16_t *source, const char16_t *name,
                           target *t);
 bool is_phony(const char16_t *name);
