@@ -1,11 +1,17 @@
 // Start-up on POSIX: the arguments arrive as UTF-8 bytes and go on as wide text.
 #include <cstring>
 
+#include <malloc.h>
+
 #include "platform/system.h"
 #include "run/make.h"
 #include "run/report.h"
 
 int main(int argc, char **argv) {
+    // The run works on a thread of its own (see the fault scope); one arena
+    // keeps its allocations in the main heap instead of a thread heap that
+    // grows a page range at a time.
+    mallopt(M_ARENA_MAX, 1);
     char16_t **wide = xalloc_array<char16_t *>(static_cast<size_t>(argc) + 1);
     for (int i = 0; i < argc; ++i) {
         // A byte never gives more than one unit, so the first buffer is big
