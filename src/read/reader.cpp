@@ -131,17 +131,22 @@ void include_file(const char16_t *name) {
     free(path);
 }
 
-void read_makefile(const char16_t *path) {
-    uint32_t depth = 0;
-    for (const include_frame *f = current_frame; f; f = f->outer) ++depth;
-    if (depth == MAX_INCLUDE_DEPTH)
-        report(MSG_USER_ERROR + FATAL, u"Makefiles included too deeply: more than 200 levels");
+os_handle open_text_file(const char16_t *path) {
     os_handle file = INVALID_FILE;
     const uint32_t opened = open_input(path, &file);
     if (opened == ERR_FILE_NOT_FOUND || opened == ERR_PATH_NOT_FOUND)
         report(MSG_FILE_NOT_FOUND + FATAL, path);
     else if (opened != 0)
         report(opened + FATAL);
+    return file;
+}
+
+void read_makefile(const char16_t *path) {
+    uint32_t depth = 0;
+    for (const include_frame *f = current_frame; f; f = f->outer) ++depth;
+    if (depth == MAX_INCLUDE_DEPTH)
+        report(MSG_USER_ERROR + FATAL, u"Makefiles included too deeply: more than 200 levels");
+    const os_handle file = open_text_file(path);
     const text_encoding encoding = detect_encoding(file);
 
     include_frame *frame = xcalloc_record<include_frame>();

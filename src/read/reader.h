@@ -41,6 +41,10 @@ uint8_t *new_cond_stack();
 char16_t *next_word(char16_t *text);
 const char16_t *next_name(char16_t *text);
 
+// Opens a text file (makefile or workspace) for reading; a missing file is
+// fatal "File not found", any other failure fatal with the system's text.
+os_handle open_text_file(const char16_t *path);
+
 // Encoded line input.
 enum text_encoding : uint32_t {
     ENC_UNKNOWN = 0,   // first bytes could not be read: refused

@@ -109,12 +109,7 @@ void feed_word(workspace_reader &w, char16_t *word) {
 void read_workspace(const char16_t *name) {
     char16_t *workspace_path = make_full_path(name, nullptr);
     char16_t *workspace_dir = dir_of_path(workspace_path);
-    os_handle file = INVALID_FILE;
-    const uint32_t opened = open_input(workspace_path, &file);
-    if (opened == ERR_FILE_NOT_FOUND || opened == ERR_PATH_NOT_FOUND)
-        report(MSG_FILE_NOT_FOUND + FATAL, workspace_path);
-    else if (opened != 0)
-        report(opened + FATAL);
+    const os_handle file = open_text_file(workspace_path);
     const text_encoding encoding = detect_encoding(file);
     char16_t *line = xalloc_array<char16_t>(LINE_UNITS);
     workspace_reader w;
