@@ -1,0 +1,463 @@
+// The macro table: definition lines, one record per name, the tie to the
+// environment in both directions, /E, !UNDEF, the name warning, and the table
+// side of deferred substitutions.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "macro/macro.h"
+#include "platform/system.h"
+#include "run/make.h"
+#include "run/report.h"
+#include "unit/test_text.h"
+
+namespace {
+
+std::u16string numbered(const char16_t *prefix, int n) {
+    std::u16string out = prefix;
+    for (char c : std::to_string(n))
+        out += static_cast<char16_t>(c);
+    return out;
+}
+
+std::string value_of(const char16_t *name) {
+    const macro *m = find_macro(name, false);
+    if (!m) return "(no macro)";
+    return m->value ? "\"" + to_utf8(m->value) + "\"" : "(null)";
+}
+
+std::string env_of(const char16_t *name) {
+    char16_t *value = get_env(name);
+    std::string out = value ? "\"" + to_utf8(value) + "\"" : "(unset)";
+    free(value);
+    return out;
+}
+
+std::string expand_text(const char16_t *text, const char16_t *defining_name = nullptr,
+                        bool in_command = false) {
+    char16_t *result = expand_macros(text, defining_name, in_command, nullptr);
+    std::string out = to_utf8(result);
+    free(result);
+    return out;
+}
+
+// Shows the table newest first as "name=value name=value".
+std::string table() {
+    std::string out;
+    for (const macro *m = macro_list; m; m = m->next)
+        out += (out.empty() ? "" : " ") + to_utf8(m->name) + "=" +
+               (m->value ? to_utf8(m->value) : "(null)");
+    return out;
+}
+
+// Shows a macro's pending pairs as "[search=replacement]...".
+std::string pairs_of(const char16_t *name) {
+    const macro *m = find_macro(name, false);
+    std::string out;
+    for (void **p = m ? m->substitutions : nullptr; p && p[0]; p += 2)
+        out += "[" + to_utf8(static_cast<char16_t *>(p[0])) + "=" +
+               to_utf8(p[1] ? static_cast<char16_t *>(p[1]) : u"(null)") + "]";
+    return out;
+}
+
+struct saved_variable {
+    std::u16string name;
+    bool was_set;
+    std::u16string value;
+};
+
+class MacroTable : public testing::Test {
+  protected:
+    uint8_t saved_opt_env = 0;
+    std::vector<saved_variable> saved;
+
+    void SetUp() override {
+        saved_opt_env = opt_env;
+        opt_env = 1;
+    }
+    void TearDown() override {
+        make_free();
+        opt_env = saved_opt_env;
+        for (auto it = saved.rbegin(); it != saved.rend(); ++it)
+            set_env(it->name.c_str(), it->was_set ? it->value.c_str() : nullptr);
+    }
+    // Remembers the variable as it is now, for TearDown, and sets it (null: unsets it).
+    void set_variable(const char16_t *name, const char16_t *value) {
+        char16_t *old = get_env(name);
+        saved.push_back({name, old != nullptr, old ? old : u""});
+        free(old);
+        ASSERT_EQ(set_env(name, value), 0u);
+    }
+};
+
+struct definition_row {
+    const char16_t *lines[3]; // carried out in order; the last one's result is checked
+    int result;
+    const char16_t *name;
+    const char *value; // value_of(name)
+};
+
+TEST_F(MacroTable, ParseMacroLine) {
+    const definition_row rows[] = {
+        {{u"A=1"}, 1, u"A", "\"1\""},
+        {{u"A=1", u"A+=2"}, 1, u"A", "\"12\""},
+        {{u"A = 1 ", u"A +=  2  "}, 1, u"A", "\"12\""},
+        {{u"a=1", u"A+=2", u"a+=3"}, 1, u"A", "\"123\""},
+        {{u"A += 2"}, 1, u"A", "\"2\""},
+        {{u"A =", u"A += 2"}, 1, u"A", "\"2\""},
+        {{u"A ="}, 1, u"A", "\"\""},
+        {{u"A="}, 1, u"A", "\"\""},
+        {{u"A = \t "}, 1, u"A", "\"\""},
+        {{u"A=x", u"A="}, 1, u"A", "\"\""},
+        {{u"A\t=\tx"}, 1, u"A", "\"x\""},
+        {{u"A = $(B)x  "}, 1, u"A", "\"$(B)x\""},
+        {{u"A = x \t\r\n"}, 1, u"A", "\"x\""},
+        {{u"A = a  b"}, 1, u"A", "\"a  b\""},
+        {{u"A = $(A) x"}, 1, u"A", "\" x\""},
+        {{u"A = $(A) "}, 1, u"A", "\"\""},
+        {{u"A = $(A)\t"}, 1, u"A", "\"\""},
+        {{u"A = foo", u"A = $(A) x"}, 1, u"A", "\"foo x\""},
+        {{u"A = x$$y"}, 1, u"A", "\"x$y\""},
+        {{u"A = \"q\" # no comment"}, 1, u"A", "\"\"q\" # no comment\""},
+        {{u"A = b=c"}, 1, u"A", "\"b=c\""},
+        {{u"A:=b"}, 1, u"A:", "\"b\""},
+        {{u"foo:bar=baz"}, 1, u"foo:bar", "\"baz\""},
+        {{u"A.B-c/d=e"}, 1, u"A.B-c/d", "\"e\""},
+        {{u"A B = c"}, 0, u"A", "(no macro)"},
+        {{u"A+B = c"}, 0, u"A", "(no macro)"},
+        {{u"A + = c"}, 0, u"A", "(no macro)"},
+        {{u"A ++= c"}, 0, u"A", "(no macro)"},
+        {{u"foo: bar=baz"}, 0, u"foo:", "(no macro)"},
+        {{u" A = c"}, 0, u"A", "(no macro)"},
+        {{u"=c"}, 0, u"", "(no macro)"},
+        {{u"+=c"}, 0, u"", "(no macro)"},
+        {{u"A"}, 0, u"A", "(no macro)"},
+        {{u"A "}, 0, u"A", "(no macro)"},
+        {{u"A +"}, 0, u"A", "(no macro)"},
+        {{u""}, 0, u"", "(no macro)"},
+        {{u"A = 1", u"A B = 2"}, 0, u"A", "\"1\""},
+    };
+    for (const definition_row &r : rows) {
+        int result = -1;
+        for (const char16_t *line : r.lines)
+            if (line) result = parse_macro_line(line);
+        EXPECT_EQ(result, r.result) << "lines from " << to_utf8(r.lines[0]);
+        EXPECT_EQ(value_of(r.name), r.value) << "lines from " << to_utf8(r.lines[0]);
+        make_free();
+    }
+}
+
+// A line that is no definition leaves the table as it was.
+TEST_F(MacroTable, NonDefinitionsChangeNothing) {
+    const char16_t *lines[] = {u"A B = c", u"A+B = c", u"foo: bar=baz", u" A = c", u"A"};
+    for (const char16_t *line : lines)
+        EXPECT_EQ(parse_macro_line(line), 0) << to_utf8(line);
+    EXPECT_EQ(macro_list, nullptr);
+}
+
+TEST_F(MacroTable, EmptyDefinitionIsNotNull) {
+    ASSERT_EQ(parse_macro_line(u"A ="), 1);
+    const macro *m = find_macro(u"A", false);
+    ASSERT_NE(m, nullptr);
+    ASSERT_NE(m->value, nullptr);
+    EXPECT_EQ(m->value[0], 0);
+}
+
+TEST_F(MacroTable, OneRecordPerNameSpelledAsFirstWritten) {
+    set_variable(u"CC", nullptr);
+    ASSERT_EQ(parse_macro_line(u"cc = x"), 1);
+    ASSERT_EQ(parse_macro_line(u"CC = y"), 1);
+    ASSERT_EQ(parse_macro_line(u"Cc += z"), 1);
+    EXPECT_EQ(table(), "cc=yz");
+    EXPECT_EQ(find_macro(u"cC", false), macro_list);
+}
+
+TEST_F(MacroTable, NewestFirstAndEqualMasksKeptApart) {
+    ASSERT_EQ(hash_name(u"AAC"), hash_name(u"ABB"));
+    set_macro(u"AAC", u"1", 0);
+    set_macro(u"ABB", u"2", 0);
+    set_macro(u"aac", u"3", 0);
+    EXPECT_EQ(table(), "ABB=2 AAC=3");
+    EXPECT_EQ(macro_list->hash, hash_name(u"ABB"));
+}
+
+TEST_F(MacroTable, SetMacroCopiesTheValue) {
+    char16_t value[] = u"abc";
+    set_macro(u"A", value, 0);
+    value[0] = u'x';
+    EXPECT_EQ(value_of(u"A"), "\"abc\"");
+    EXPECT_NE(find_macro(u"A", false)->value, value);
+}
+
+// Many names, and names taken out and put back, are all found again; a name
+// taken out doesn't hide the names stored after it.
+TEST_F(MacroTable, ManyNamesAndChurnStayFindable) {
+    const int count = 3000;
+    for (int i = 0; i < count; ++i)
+        set_macro(numbered(u"N", i).c_str(), numbered(u"v", i).c_str(), 0);
+    for (int i = 0; i < count; i += 3)
+        undefine_macro(numbered(u"n", i).c_str());
+    for (int i = 0; i < count; ++i) {
+        const macro *m = find_macro(numbered(u"n", i).c_str(), false);
+        if (i % 3 == 0) {
+            EXPECT_EQ(m, nullptr) << i;
+        } else {
+            ASSERT_NE(m, nullptr) << i;
+            EXPECT_EQ(to_utf8(m->value), to_utf8(numbered(u"v", i))) << i;
+        }
+    }
+    for (int round = 0; round < 20; ++round)
+        for (int i = 0; i < count; i += 3) {
+            set_macro(numbered(u"N", i).c_str(), numbered(u"w", i).c_str(), 0);
+            if (round % 2 == 0) undefine_macro(numbered(u"n", i).c_str());
+        }
+    int records = 0;
+    for (const macro *m = macro_list; m; m = m->next)
+        ++records;
+    EXPECT_EQ(records, count);
+    for (int i = 0; i < count; ++i) {
+        const macro *m = find_macro(numbered(u"n", i).c_str(), false);
+        ASSERT_NE(m, nullptr) << i;
+        EXPECT_EQ(to_utf8(m->value), to_utf8(numbered(i % 3 ? u"v" : u"w", i))) << i;
+    }
+}
+
+TEST_F(MacroTable, LookUpImportsFromTheEnvironment) {
+    set_variable(u"TOLMEK_MT_IMPORT", nullptr);
+    EXPECT_EQ(find_macro(u"tolmek_mt_import", false), nullptr);
+    EXPECT_EQ(macro_list, nullptr);
+    // An unknown name asks the environment again on every look-up.
+    ASSERT_EQ(set_env(u"TOLMEK_MT_IMPORT", u"from env"), 0u);
+    const macro *m = find_macro(u"tolmek_mt_import", false);
+    ASSERT_NE(m, nullptr);
+    EXPECT_EQ(to_utf8(m->name), "tolmek_mt_import");
+    EXPECT_EQ(to_utf8(m->value), "from env");
+    EXPECT_EQ(m->flags, MACRO_EXPORTED);
+    EXPECT_EQ(macro_list, m);
+    // Once imported, the record is the truth.
+    ASSERT_EQ(set_env(u"TOLMEK_MT_IMPORT", u"changed"), 0u);
+    EXPECT_EQ(value_of(u"TOLMEK_MT_IMPORT"), "\"from env\"");
+    EXPECT_EQ(find_macro(u"TOLMEK_MT_IMPORT", true), m);
+}
+
+TEST_F(MacroTable, LookUpWithCreateMakesAnEmptyRecord) {
+    macro *m = find_macro(u"TOLMEK_MT_NEW", true);
+    ASSERT_NE(m, nullptr);
+    EXPECT_EQ(m->value, nullptr);
+    EXPECT_EQ(m->flags, 0);
+    EXPECT_EQ(m->substitutions, nullptr);
+    EXPECT_EQ(m->hash, hash_name(u"TOLMEK_MT_NEW"));
+    EXPECT_EQ(find_macro(u"tolmek_mt_new", false), m);
+}
+
+TEST_F(MacroTable, AlwaysExportedNamesExistWithoutTheEnvironment) {
+    set_variable(u"LIB", nullptr);
+    set_variable(u"INCLUDE", nullptr);
+    const macro *lib = find_macro(u"lib", false);
+    ASSERT_NE(lib, nullptr);
+    EXPECT_EQ(lib->value, nullptr);
+    EXPECT_EQ(lib->flags, MACRO_EXPORTED);
+    const macro *include = find_macro(u"INCLUDE", false);
+    ASSERT_NE(include, nullptr);
+    EXPECT_EQ(include->flags, MACRO_EXPORTED);
+    EXPECT_EQ(table(), "INCLUDE=(null) lib=(null)");
+    const macro *path = find_macro(u"Path", false);
+    ASSERT_NE(path, nullptr);
+    EXPECT_TRUE(path->flags & MACRO_EXPORTED);
+    EXPECT_EQ(find_macro(u"LIBS", false), nullptr);
+
+    ASSERT_EQ(parse_macro_line(u"LIB += x"), 1);
+    EXPECT_EQ(value_of(u"LIB"), "\"x\"");
+    EXPECT_EQ(env_of(u"LIB"), "\"x\"");
+}
+
+TEST_F(MacroTable, ExportedValuesAreWrittenThroughExpanded) {
+    set_variable(u"TOLMEK_MT_OUT", u"old");
+    set_macro(u"B", u"b", 0);
+    ASSERT_EQ(parse_macro_line(u"TOLMEK_MT_OUT = $(B)-y 50%%"), 1);
+    EXPECT_EQ(value_of(u"TOLMEK_MT_OUT"), "\"$(B)-y 50%%\"");
+    EXPECT_EQ(env_of(u"TOLMEK_MT_OUT"), "\"b-y 50%\"");
+    // The environment keeps the expansion of its moment.
+    set_macro(u"B", u"c", 0);
+    EXPECT_EQ(env_of(u"TOLMEK_MT_OUT"), "\"b-y 50%\"");
+    ASSERT_EQ(parse_macro_line(u"TOLMEK_MT_OUT += !"), 1);
+    EXPECT_EQ(env_of(u"TOLMEK_MT_OUT"), "\"c-y 50%!\"");
+
+    set_variable(u"LIB", nullptr);
+    ASSERT_EQ(parse_macro_line(u"LIB = $(B)\\lib"), 1);
+    EXPECT_EQ(env_of(u"LIB"), "\"c\\lib\"");
+}
+
+TEST_F(MacroTable, NoEnvironmentOverrideKeepsExportedValues) {
+    set_variable(u"TOLMEK_MT_KEEP", u"env");
+    set_variable(u"LIB", nullptr);
+    opt_env = 0;
+    ASSERT_EQ(parse_macro_line(u"TOLMEK_MT_KEEP = mine"), 1);
+    set_macro(u"TOLMEK_MT_KEEP", u"builtin", 0);
+    EXPECT_EQ(value_of(u"TOLMEK_MT_KEEP"), "\"env\"");
+    EXPECT_EQ(env_of(u"TOLMEK_MT_KEEP"), "\"env\"");
+    ASSERT_EQ(parse_macro_line(u"LIB = x"), 1);
+    EXPECT_EQ(value_of(u"LIB"), "(null)");
+    EXPECT_EQ(env_of(u"LIB"), "(unset)");
+    // Macros that are not tied to the environment change as usual.
+    ASSERT_EQ(parse_macro_line(u"PLAIN = y"), 1);
+    EXPECT_EQ(value_of(u"PLAIN"), "\"y\"");
+    opt_env = 1;
+    ASSERT_EQ(parse_macro_line(u"TOLMEK_MT_KEEP = mine"), 1);
+    EXPECT_EQ(env_of(u"TOLMEK_MT_KEEP"), "\"mine\"");
+}
+
+TEST_F(MacroTable, UndefineTakesTheRecordOffAndTheEnvironmentBringsItBack) {
+    set_macro(u"A", u"1", 0);
+    set_macro(u"B", u"2", 0);
+    set_macro(u"C", u"3", 0);
+    undefine_macro(u"b");
+    EXPECT_EQ(table(), "C=3 A=1");
+    undefine_macro(u"C");
+    undefine_macro(u"A");
+    EXPECT_EQ(macro_list, nullptr);
+    undefine_macro(u"A");
+    EXPECT_EQ(find_macro(u"A", false), nullptr);
+
+    set_variable(u"TOLMEK_MT_BACK", u"env");
+    ASSERT_EQ(parse_macro_line(u"TOLMEK_MT_BACK = written"), 1);
+    undefine_macro(u"TOLMEK_MT_BACK");
+    EXPECT_EQ(macro_list, nullptr);
+    EXPECT_EQ(value_of(u"TOLMEK_MT_BACK"), "\"written\"");
+
+    set_variable(u"LIB", nullptr);
+    ASSERT_NE(find_macro(u"LIB", false), nullptr);
+    undefine_macro(u"LIB");
+    EXPECT_EQ(value_of(u"LIB"), "(null)");
+    EXPECT_EQ(find_macro(u"LIB", false)->flags, MACRO_EXPORTED);
+}
+
+TEST_F(MacroTable, UndefineDoesNotImport) {
+    set_variable(u"TOLMEK_MT_UNDEF", u"env");
+    undefine_macro(u"TOLMEK_MT_UNDEF");
+    EXPECT_EQ(macro_list, nullptr);
+    EXPECT_EQ(env_of(u"TOLMEK_MT_UNDEF"), "\"env\"");
+}
+
+// Pending pairs survive only a definition line that refers to its own macro.
+TEST_F(MacroTable, SetMacroModeDecidesOverPendingPairs) {
+    set_macro(u"A", u"$(B)", 0);
+    ASSERT_EQ(parse_macro_line(u"A = $(A:x=y)"), 1);
+    macro *a = find_macro(u"A", false);
+    ASSERT_EQ(list_count(a->substitutions), 2u);
+    EXPECT_TRUE(a->flags & MACRO_SELF_REFERENCED);
+    set_macro(u"A", u"$(B)", 1);
+    EXPECT_EQ(list_count(a->substitutions), 2u);
+    clear_macro_mark(u"A");
+    EXPECT_FALSE(a->flags & MACRO_SELF_REFERENCED);
+    set_macro(u"A", u"$(B)", 1);
+    EXPECT_EQ(a->substitutions, nullptr);
+
+    ASSERT_EQ(parse_macro_line(u"A = $(A:x=y)"), 1);
+    set_macro(u"A", u"$(B)", 0);
+    EXPECT_EQ(a->substitutions, nullptr);
+    undefine_macro(u"A");
+}
+
+TEST_F(MacroTable, DeferredSubstitutionAppliesToTheWholeLaterExpansion) {
+    set_macro(u"A", u"$(B)", 0);
+    ASSERT_EQ(parse_macro_line(u"A = $(A:x=y)"), 1);
+    EXPECT_EQ(to_utf8(find_macro(u"A", false)->value), "$(B)");
+    EXPECT_EQ(pairs_of(u"A"), "[x=y]");
+    set_macro(u"B", u"axbx", 0);
+    EXPECT_EQ(expand_text(u"$(A)"), "ayby");
+    EXPECT_EQ(expand_text(u"$A", nullptr, true), "ayby");
+    EXPECT_EQ(to_utf8(find_macro(u"A", false)->value), "$(B)");
+
+    // The pair works on text outside the reference too.
+    set_macro(u"A", u"$(B)", 0);
+    ASSERT_EQ(parse_macro_line(u"A = $(A:x=y) x"), 1);
+    EXPECT_EQ(to_utf8(find_macro(u"A", false)->value), "$(B) x");
+    EXPECT_EQ(pairs_of(u"A"), "[x=y]");
+    set_macro(u"B", u"ax", 0);
+    EXPECT_EQ(expand_text(u"$(A)"), "ay y");
+}
+
+TEST_F(MacroTable, DeferredPairsApplyInStoredOrderAfterTheReferencesOwn) {
+    set_macro(u"A", u"$(B)", 0);
+    ASSERT_EQ(parse_macro_line(u"A = $(A:a=b)"), 1);
+    ASSERT_EQ(parse_macro_line(u"A = $(A:b=c)"), 1);
+    EXPECT_EQ(pairs_of(u"A"), "[a=b][b=c]");
+    set_macro(u"B", u"a", 0);
+    EXPECT_EQ(expand_text(u"$(A)"), "c");
+    // The reference's own substitution comes first, the pending pairs after it.
+    set_macro(u"B", u"b", 0);
+    EXPECT_EQ(expand_text(u"$(A:c=a)"), "c");
+    set_macro(u"B", u"x", 0);
+    EXPECT_EQ(expand_text(u"$(A:x=a)"), "c");
+}
+
+TEST_F(MacroTable, DeferredPairsLiveOnlyThroughSelfReferringDefinitions) {
+    set_macro(u"A", u"$(B)", 0);
+    ASSERT_EQ(parse_macro_line(u"A = $(A:x=y)"), 1);
+    ASSERT_EQ(parse_macro_line(u"A = $(A) z"), 1);
+    EXPECT_EQ(to_utf8(find_macro(u"A", false)->value), "$(B) z");
+    EXPECT_EQ(pairs_of(u"A"), "[x=y]");
+    set_macro(u"B", u"x", 0);
+    EXPECT_EQ(expand_text(u"$(A)"), "y z");
+
+    // An addition drops the pairs, even one that refers to the macro itself.
+    ASSERT_EQ(parse_macro_line(u"A += $(A)"), 1);
+    EXPECT_EQ(to_utf8(find_macro(u"A", false)->value), "$(B) z$(B) z");
+    EXPECT_EQ(pairs_of(u"A"), "");
+    ASSERT_EQ(parse_macro_line(u"A = $(B) z"), 1);
+    ASSERT_EQ(parse_macro_line(u"A = $(A:x=y)"), 1);
+    ASSERT_EQ(parse_macro_line(u"A += x"), 1);
+    EXPECT_EQ(to_utf8(find_macro(u"A", false)->value), "$(B) zx");
+    EXPECT_EQ(pairs_of(u"A"), "");
+
+    ASSERT_EQ(parse_macro_line(u"A = $(A:x=y)"), 1);
+    EXPECT_EQ(pairs_of(u"A"), "[x=y]");
+    ASSERT_EQ(parse_macro_line(u"A = $(B)"), 1);
+    EXPECT_EQ(pairs_of(u"A"), "");
+
+    ASSERT_EQ(parse_macro_line(u"A = $(A:x=y)"), 1);
+    EXPECT_EQ(pairs_of(u"A"), "[x=y]");
+    set_macro(u"A", u"$(B)", 0);
+    EXPECT_EQ(pairs_of(u"A"), "");
+}
+
+// Definition mode itself never applies pending pairs: they wait for the use.
+TEST_F(MacroTable, DefinitionModeDoesNotApplyPendingPairs) {
+    set_macro(u"A", u"$(B)", 0);
+    ASSERT_EQ(parse_macro_line(u"A = $(A:x=y)"), 1);
+    EXPECT_EQ(expand_text(u"$(A)", u"A"), "$(B)");
+    EXPECT_EQ(expand_text(u"$(A:p=q)", u"A"), "$(B)");
+    EXPECT_EQ(pairs_of(u"A"), "[x=y][p=q]");
+}
+
+TEST_F(MacroTable, InappropriateNamesDrawAWarningOnEveryLookUp) {
+    const char16_t *names[] = {u"A\tB", u"A\"B", u"A'B", u"A#B", u"A$B", u"A%B", u"A+B", u"A=B"};
+    for (const char16_t *name : names) {
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(find_macro(name, false), nullptr);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(),
+                  "TOLMEK: warning: The name '" + to_utf8(name) +
+                      "' contains one or more inappropriate characters.\r\n");
+    }
+    const std::string warning =
+        "TOLMEK: warning: The name 'A$B' contains one or more inappropriate characters.\r\n";
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(parse_macro_line(u"A$B=1"), 1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), warning + warning);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(value_of(u"A$B"), "\"1\"");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), warning);
+    testing::internal::CaptureStderr();
+    undefine_macro(u"A$B");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), warning);
+
+    testing::internal::CaptureStderr();
+    set_macro(u"A.B-c:d/e\\f@", u"x", 0);
+    undefine_macro(u"A.B-c:d/e\\f@");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+} // namespace
