@@ -92,7 +92,7 @@ uint32_t set_in_process(char16_t *word) {
     if (const uint32_t failed = set_env(word, value)) return failed;
     macro *m = find_macro(word, true);
     free(m->value);
-    m->flags |= MACRO_EXPORTED;
+    m->flags |= exported;
     m->value = str_dup(value);
     return 0;
 }

@@ -112,7 +112,7 @@ struct expansion {
     size_t need;
     expand_state state;
     char16_t closer;
-    part_buffer name, search, replacement;
+    part_buffer name_buffer, search_buffer, replacement_buffer;
     const char16_t *prepared;  // text for STATE_COPY
     char16_t *temporary;       // owned prepared text, or null
 
@@ -132,7 +132,7 @@ struct expansion {
 void step_dollar(expansion &x) {
     ++x.pos;
     const char16_t c = *x.pos;
-    x.name.clear();
+    x.name_buffer.clear();
     if (c == 0) report(MSG_BAD_MACRO + FATAL, u"$");
     if (c == u'$') {
         x.put(u'$');
@@ -143,12 +143,12 @@ void step_dollar(expansion &x) {
         ++x.pos;
         x.state = STATE_NAME;
     } else if (c == u'*' && x.pos[1] == u'*') {
-        x.name.add(u'*');
-        x.name.add(u'*');
+        x.name_buffer.add(u'*');
+        x.name_buffer.add(u'*');
         x.pos += 2;
         x.state = STATE_LOOKUP;
     } else {
-        x.name.add(c);
+        x.name_buffer.add(c);
         ++x.pos;
         x.state = STATE_LOOKUP;
     }
@@ -156,7 +156,7 @@ void step_dollar(expansion &x) {
 
 // Decides at the closing bracket whether a name is a modifier form.
 expand_state test_meta_symbol(const expansion &x) {
-    const char16_t *n = x.name.text;
+    const char16_t *n = x.name_buffer.text;
     if (!str_chr(u"*<@!", n[0]) || n[0] == 0) return STATE_LOOKUP;
     if (n[1] == 0 || n[1] == u'*') return STATE_LOOKUP;
     if (str_chr(u"BDFR", n[1]) && n[2] == 0 && x.in_command) return STATE_META;
@@ -169,23 +169,23 @@ void step_name(expansion &x) {
     if (c == x.closer) {
         x.state = x.defining_name ? STATE_LOOKUP : test_meta_symbol(x);
     } else if (c == u':') {
-        x.search.clear();
+        x.search_buffer.clear();
         x.state = STATE_SEARCH;
     } else {
-        x.name.add(c);
+        x.name_buffer.add(c);
     }
 }
 
 bool differs_from_definition(const expansion &x) {
-    return x.defining_name && str_icmp(x.defining_name, x.name.text) != 0;
+    return x.defining_name && str_icmp(x.defining_name, x.name_buffer.text) != 0;
 }
 
 void step_lookup(expansion &x) {
     if (differs_from_definition(x)) {
-        x.prepare_owned(str_printf(u"$(%ls)", x.name.text));
+        x.prepare_owned(str_printf(u"$(%ls)", x.name_buffer.text));
         return;
     }
-    macro *m = find_macro(x.name.text, false);
+    macro *m = find_macro(x.name_buffer.text, false);
     if (!m || !m->value) {
         x.prepare(u"");
         return;
@@ -195,7 +195,7 @@ void step_lookup(expansion &x) {
     else
         x.prepare(m->value);
     if (x.defining_name) {
-        m->flags |= MACRO_SELF_REFERENCED;
+        m->flags |= self_referenced;
     } else if (m->substitutions) {
         char16_t *text = x.temporary ? x.temporary : str_dup(m->value);
         x.prepare_owned(apply_substitutions(m, text));
@@ -204,31 +204,31 @@ void step_lookup(expansion &x) {
 
 void step_substitute(expansion &x) {
     if (differs_from_definition(x)) {
-        x.prepare_owned(str_printf(u"$(%ls:%ls=%ls)", x.name.text, x.search.text,
-                                   x.replacement.text));
+        x.prepare_owned(str_printf(u"$(%ls:%ls=%ls)", x.name_buffer.text, x.search_buffer.text,
+                                   x.replacement_buffer.text));
         return;
     }
-    macro *m = find_macro(x.name.text, false);
+    macro *m = find_macro(x.name_buffer.text, false);
     if (!m || !m->value) {
         x.prepare(u"");
         return;
     }
     if (!str_chr(m->value, u'$')) {
-        x.prepare_owned(replace_text(m->value, x.search.text, x.replacement.text));
+        x.prepare_owned(replace_text(m->value, x.search_buffer.text, x.replacement_buffer.text));
     } else {
         // The parts live in this call's buffers, so the recursion does not touch them.
         char16_t *t = expand_value(m, x.defining_name, x.in_command);
         if (x.defining_name && str_chr(t, u'$')) {
-            m->substitutions = list_add(m->substitutions, str_dup(x.search.text));
-            m->substitutions = list_add(m->substitutions, str_dup(x.replacement.text));
+            m->substitutions = list_add(m->substitutions, str_dup(x.search_buffer.text));
+            m->substitutions = list_add(m->substitutions, str_dup(x.replacement_buffer.text));
             x.prepare_owned(t);
         } else {
-            x.prepare_owned(replace_text(t, x.search.text, x.replacement.text));
+            x.prepare_owned(replace_text(t, x.search_buffer.text, x.replacement_buffer.text));
             free(t);
         }
     }
     if (x.defining_name)
-        m->flags |= MACRO_SELF_REFERENCED;
+        m->flags |= self_referenced;
     else if (m->substitutions)
         x.prepare_owned(apply_substitutions(m, x.temporary));
 }
@@ -276,11 +276,11 @@ void step_parts(expansion &x) {
 }
 
 void step_meta(expansion &x) {
-    const char16_t symbol[2] = {x.name.text[0], 0};
+    const char16_t symbol[2] = {x.name_buffer.text[0], 0};
     const char16_t *value = required_value(symbol);
     char16_t drive[3], directory[PATH_PART], base[PATH_PART], extension[PATH_PART];
     split_path(value, drive, directory, base, extension);
-    switch (x.name.text[1]) {
+    switch (x.name_buffer.text[1]) {
     case u'B': x.prepare_owned(str_dup(base)); break;
     case u'D':
         x.prepare_owned(str_printf(u"%ls%ls", drive, directory[0] ? directory : u"."));
@@ -315,13 +315,13 @@ void step(expansion &x) {
     case STATE_SEARCH: {
         const char16_t c = *x.pos++;
         if (c == u'=') {
-            x.replacement.clear();
+            x.replacement_buffer.clear();
             x.state = STATE_REPLACEMENT;
         } else if (c == x.closer) {
-            x.replacement.clear();
+            x.replacement_buffer.clear();
             x.state = STATE_SUBSTITUTE;
         } else {
-            x.search.add(c);
+            x.search_buffer.add(c);
         }
         break;
     }
@@ -330,7 +330,7 @@ void step(expansion &x) {
         if (c == x.closer)
             x.state = STATE_SUBSTITUTE;
         else
-            x.replacement.add(c);
+            x.replacement_buffer.add(c);
         break;
     }
     case STATE_SUBSTITUTE: step_substitute(x); break;
@@ -353,14 +353,14 @@ void step(expansion &x) {
 void fail_unfinished(const expansion &x) {
     char16_t *insert = nullptr;
     switch (x.state) {
-    case STATE_NAME: insert = str_printf(u"$%lc%ls", x.opening(), x.name.text); break;
+    case STATE_NAME: insert = str_printf(u"$%lc%ls", x.opening(), x.name_buffer.text); break;
     case STATE_PARTS: insert = str_dup(u"%|"); break;
     case STATE_SEARCH:
-        insert = str_printf(u"$%lc%ls:%ls", x.opening(), x.name.text, x.search.text);
+        insert = str_printf(u"$%lc%ls:%ls", x.opening(), x.name_buffer.text, x.search_buffer.text);
         break;
     case STATE_REPLACEMENT:
-        insert = str_printf(u"$%lc%ls:%ls=%ls", x.opening(), x.name.text, x.search.text,
-                            x.replacement.text);
+        insert = str_printf(u"$%lc%ls:%ls=%ls", x.opening(), x.name_buffer.text, x.search_buffer.text,
+                            x.replacement_buffer.text);
         break;
     default: insert = str_dup(u"$"); break;
     }
@@ -388,9 +388,9 @@ char16_t *expand_macros(const char16_t *text, const char16_t *defining_name, boo
     x.need = 1;
     x.state = STATE_TEXT;
     x.closer = u')';
-    x.name.clear();
-    x.search.clear();
-    x.replacement.clear();
+    x.name_buffer.clear();
+    x.search_buffer.clear();
+    x.replacement_buffer.clear();
     x.prepared = nullptr;
     x.temporary = nullptr;
     for (;;) {

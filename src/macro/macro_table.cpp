@@ -28,12 +28,12 @@ macro *find_macro(const char16_t *name, bool create) {
     m->name = str_dup(name);
     if (char16_t *value = get_env(name)) {
         m->value = value;
-        m->flags |= MACRO_EXPORTED;
+        m->flags |= exported;
     }
-    if (!(m->flags & MACRO_EXPORTED))
+    if (!(m->flags & exported))
         for (const char16_t *always : always_exported_names)
-            if (str_icmp(name, always) == 0) m->flags |= MACRO_EXPORTED;
-    if (!create && !(m->flags & MACRO_EXPORTED)) {
+            if (str_icmp(name, always) == 0) m->flags |= exported;
+    if (!create && !(m->flags & exported)) {
         free(m->name);
         free(m);
         return nullptr;
@@ -46,11 +46,11 @@ macro *find_macro(const char16_t *name, bool create) {
 
 void set_macro(const char16_t *name, const char16_t *value, uint8_t mode) {
     macro *m = find_macro(name, true);
-    if ((m->flags & MACRO_EXPORTED) && !opt_env) return;  // the whole effect of /E
+    if ((m->flags & exported) && !opt_env) return;  // the whole effect of /E
     free(m->value);
     m->value = str_dup(value);
-    if (mode != 1 || !(m->flags & MACRO_SELF_REFERENCED)) clear_substitutions(m);
-    if (m->flags & MACRO_EXPORTED) {
+    if (mode != 1 || !(m->flags & self_referenced)) clear_substitutions(m);
+    if (m->flags & exported) {
         // The environment gets the expansion as of now; the table keeps references.
         char16_t *expanded = expand_macros(m->value, nullptr, true, nullptr);
         const uint32_t failed = set_env(m->name, expanded);
@@ -91,7 +91,7 @@ int parse_macro_line(const char16_t *line) {
 }
 
 void clear_macro_mark(const char16_t *name) {
-    if (macro *m = find_macro(name, false)) m->flags &= static_cast<uint8_t>(~MACRO_SELF_REFERENCED);
+    if (macro *m = find_macro(name, false)) m->flags &= static_cast<uint8_t>(~self_referenced);
 }
 
 // The environment is not touched, so a name it holds comes back on the next look-up.

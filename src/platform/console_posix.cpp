@@ -83,7 +83,7 @@ uint32_t map_fault_code(int signal, const siginfo_t *info) {
     }
 }
 
-void on_fault_signal(int signal, siginfo_t *info, void *) {
+void fault_filter(int signal, siginfo_t *info, void *) {
     active_scope->caught.code = map_fault_code(signal, info);
     active_scope->caught.address = reinterpret_cast<uintptr_t>(info->si_addr);
     siglongjmp(active_scope->jump, 1);
@@ -159,7 +159,7 @@ bool run_scope_here(void (*body)(void *), void *arg, fault_record *fault) {
 
     struct sigaction action, previous[FAULT_SIGNAL_COUNT];
     memset(&action, 0, sizeof action);
-    action.sa_sigaction = on_fault_signal;
+    action.sa_sigaction = fault_filter;
     action.sa_flags = SA_SIGINFO | SA_ONSTACK;
     sigemptyset(&action.sa_mask);
     for (size_t i = 0; i < FAULT_SIGNAL_COUNT; ++i)

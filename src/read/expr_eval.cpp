@@ -288,6 +288,9 @@ void eval_exist(expr_lexer *lexer, expr_value *out) {
 
 void eval_binary(expr_lexer *lexer, uint32_t min_level, expr_value *out);
 
+// Level 1: a whole expression.
+void eval_expression(expr_lexer *lexer, expr_value *out) { eval_binary(lexer, 1, out); }
+
 void enter_nesting() {
     if (++nesting_depth > NESTING_LIMIT) report(MSG_BAD_EXPRESSION + FATAL);
 }
@@ -320,7 +323,7 @@ void eval_unary(expr_lexer *lexer, expr_value *out) {
     case TOK_LPAREN:
         next_token(lexer);
         enter_nesting();
-        eval_binary(lexer, 1, out);
+        eval_expression(lexer, out);
         leave_nesting();
         if (out->kind != VALUE_INVALID) expect_token(lexer, TOK_RPAREN, out);
         break;
@@ -365,7 +368,7 @@ int eval_condition(const char16_t *text) {
     init_lexer(&lexer, text);
     nesting_depth = 0;
     expr_value value;
-    eval_binary(&lexer, 1, &value);
+    eval_expression(&lexer, &value);
     // The parse always ends on a peek, so the token behind the expression is held.
     if (value.kind == VALUE_NUMBER && lexer.held && lexer.look_ahead == TOK_END)
         return value.payload.number != 0 ? 1 : 0;

@@ -112,8 +112,8 @@ char16_t *next_word(char16_t *text) {
 
 const char16_t *next_name(char16_t *text) {
     if (find_handle != nullptr) {
-        const char16_t *name = nullptr;
-        if (text == nullptr && find_next(find_handle, &name)) return name;
+        const char16_t *find_data = nullptr;
+        if (text == nullptr && find_next(find_handle, &find_data)) return find_data;
         find_close(find_handle);
         find_handle = nullptr;
     }
@@ -122,8 +122,8 @@ const char16_t *next_name(char16_t *text) {
     if (str_pbrk(word, u"*?") == nullptr) return word;
     // Each name found stands in the word's place: next_word does not move on
     // until the search is used up. A pattern matching nothing is the name itself.
-    const char16_t *name = nullptr;
-    find_handle = find_first(word, &name);
+    const char16_t *find_data = nullptr;  // the name found, valid until the next call
+    find_handle = find_first(word, &find_data);
     if (find_handle == nullptr) return word;
-    return name;
+    return find_data;
 }

@@ -10,7 +10,7 @@
 
 #include "target/graph.h"
 
-// Option flags, one byte per switch, each 0 or 1. Set once, never undone.
+// option_flags: one byte per switch, each 0 or 1. Set once, never undone.
 extern uint8_t opt_all;            // /A every evaluated target is out of date
 extern uint8_t opt_shell;          // /C every command through the command processor
 extern uint8_t opt_time;           // /D time stamp comparison lines

@@ -356,7 +356,7 @@ TEST_F(ExpandTest, SelfReferenceAtDefinition) {
     define(u"A", u"foo");
     clear_macro_mark(u"A");
     EXPECT_EQ(to_utf8(expand(u"$(A) x", u"A")), "foo x");
-    EXPECT_TRUE(find_macro(u"A", false)->flags & MACRO_SELF_REFERENCED);
+    EXPECT_TRUE(find_macro(u"A", false)->flags & self_referenced);
     define(u"A", u"$(B)");
     define(u"B", u"b");
     EXPECT_EQ(to_utf8(expand(u"$(A) x", u"A")), "$(B) x");
@@ -367,7 +367,7 @@ TEST_F(ExpandTest, SelfReferenceAtDefinition) {
 
     clear_macro_mark(u"A");
     EXPECT_EQ(to_utf8(expand(u"$(B)", u"A")), "$(B)");
-    EXPECT_FALSE(find_macro(u"A", false)->flags & MACRO_SELF_REFERENCED);
+    EXPECT_FALSE(find_macro(u"A", false)->flags & self_referenced);
 }
 
 TEST_F(ExpandTest, InlineSentinelsTakeTheNamesOfTheChainInOrder) {

@@ -234,7 +234,7 @@ TEST_F(MacroTable, LookUpImportsFromTheEnvironment) {
     ASSERT_NE(m, nullptr);
     EXPECT_EQ(to_utf8(m->name), "tolmek_mt_import");
     EXPECT_EQ(to_utf8(m->value), "from env");
-    EXPECT_EQ(m->flags, MACRO_EXPORTED);
+    EXPECT_EQ(m->flags, exported);
     EXPECT_EQ(macro_list, m);
     // Once imported, the record is the truth.
     ASSERT_EQ(set_env(u"TOLMEK_MT_IMPORT", u"changed"), 0u);
@@ -258,14 +258,14 @@ TEST_F(MacroTable, AlwaysExportedNamesExistWithoutTheEnvironment) {
     const macro *lib = find_macro(u"lib", false);
     ASSERT_NE(lib, nullptr);
     EXPECT_EQ(lib->value, nullptr);
-    EXPECT_EQ(lib->flags, MACRO_EXPORTED);
+    EXPECT_EQ(lib->flags, exported);
     const macro *include = find_macro(u"INCLUDE", false);
     ASSERT_NE(include, nullptr);
-    EXPECT_EQ(include->flags, MACRO_EXPORTED);
+    EXPECT_EQ(include->flags, exported);
     EXPECT_EQ(table(), "INCLUDE=(null) lib=(null)");
     const macro *path = find_macro(u"Path", false);
     ASSERT_NE(path, nullptr);
-    EXPECT_TRUE(path->flags & MACRO_EXPORTED);
+    EXPECT_TRUE(path->flags & exported);
     EXPECT_EQ(find_macro(u"LIBS", false), nullptr);
 
     ASSERT_EQ(parse_macro_line(u"LIB += x"), 1);
@@ -331,7 +331,7 @@ TEST_F(MacroTable, UndefineTakesTheRecordOffAndTheEnvironmentBringsItBack) {
     ASSERT_NE(find_macro(u"LIB", false), nullptr);
     undefine_macro(u"LIB");
     EXPECT_EQ(value_of(u"LIB"), "(null)");
-    EXPECT_EQ(find_macro(u"LIB", false)->flags, MACRO_EXPORTED);
+    EXPECT_EQ(find_macro(u"LIB", false)->flags, exported);
 }
 
 TEST_F(MacroTable, UndefineDoesNotImport) {
@@ -347,11 +347,11 @@ TEST_F(MacroTable, SetMacroModeDecidesOverPendingPairs) {
     ASSERT_EQ(parse_macro_line(u"A = $(A:x=y)"), 1);
     macro *a = find_macro(u"A", false);
     ASSERT_EQ(list_count(a->substitutions), 2u);
-    EXPECT_TRUE(a->flags & MACRO_SELF_REFERENCED);
+    EXPECT_TRUE(a->flags & self_referenced);
     set_macro(u"A", u"$(B)", 1);
     EXPECT_EQ(list_count(a->substitutions), 2u);
     clear_macro_mark(u"A");
-    EXPECT_FALSE(a->flags & MACRO_SELF_REFERENCED);
+    EXPECT_FALSE(a->flags & self_referenced);
     set_macro(u"A", u"$(B)", 1);
     EXPECT_EQ(a->substitutions, nullptr);
 
