@@ -1,4 +1,5 @@
 // Start-up on POSIX: the arguments arrive as UTF-8 bytes and go on as wide text.
+#include <csignal>
 #include <cstring>
 
 #include <malloc.h>
@@ -12,6 +13,9 @@ int main(int argc, char **argv) {
     // keeps its allocations in the main heap instead of a thread heap that
     // grows a page range at a time.
     mallopt(M_ARENA_MAX, 1);
+    // A write to a closed pipe fails, as it does on Windows, instead of ending
+    // the process; children get the default action back when they start.
+    signal(SIGPIPE, SIG_IGN);
     char16_t **wide = xalloc_array<char16_t *>(static_cast<size_t>(argc) + 1);
     for (int i = 0; i < argc; ++i) {
         // A byte never gives more than one unit, so the first buffer is big
