@@ -86,11 +86,14 @@ bool run_for_each(const char16_t *text, uint32_t *exit_code, const char16_t *mak
     char16_t *position = nullptr;
     for (char16_t *word = str_tok_r(words, u" ", &position); word;
          word = str_tok_r(nullptr, u" ", &position)) {
-        m->value = word;  // directly, without set_macro and its side effects
+        // Directly, without set_macro and its side effects. A block of its own,
+        // since a fatal end releases the table with this value in it.
+        m->value = str_dup(word);
         *exit_code = run_command(rest, nullptr, make_value);
+        free(m->value);
+        m->value = kept;
         if (*exit_code != 0) break;
     }
-    m->value = kept;
     free(words);
     return true;
 }
