@@ -11,6 +11,7 @@
 #include <spawn.h>
 #include <sys/wait.h>
 
+#include "platform/posix.h"
 #include "platform/process.h"
 #include "platform/system.h"
 #include "run/report.h"
@@ -18,45 +19,6 @@
 extern char **environ;
 
 namespace {
-
-constexpr uint32_t ERR_SHARING_VIOLATION = 32;
-constexpr uint32_t ERR_INVALID_PARAMETER = 87;
-constexpr uint32_t ERR_INVALID_NAME = 123;
-constexpr uint32_t ERR_BAD_EXE_FORMAT = 193;
-constexpr uint32_t ERR_FILENAME_TOO_LONG = 206;
-constexpr uint32_t ERR_GEN_FAILURE = 31;
-
-// The Windows code of a failure to start a program.
-uint32_t error_of(int error) {
-    switch (error) {
-    case 0:
-        return 0;
-    case ENOENT:
-        return ERR_FILE_NOT_FOUND;
-    case ENOTDIR:
-        return ERR_PATH_NOT_FOUND;
-    case EACCES:
-    case EPERM:
-    case EISDIR:
-        return ERR_ACCESS_DENIED;
-    case ENOMEM:
-    case EAGAIN:
-        return ERR_OUT_OF_MEMORY;
-    case ETXTBSY:
-        return ERR_SHARING_VIOLATION;
-    case EINVAL:
-        return ERR_INVALID_PARAMETER;
-    case ELOOP:
-        return ERR_INVALID_NAME;
-    case ENOEXEC:
-        return ERR_BAD_EXE_FORMAT;
-    case E2BIG:
-    case ENAMETOOLONG:
-        return ERR_FILENAME_TOO_LONG;
-    default:
-        return ERR_GEN_FAILURE;
-    }
-}
 
 bool is_blank(char16_t c) {
     return c == u' ' || c == u'\t';
@@ -157,7 +119,7 @@ uint32_t spawn_and_wait(const char *file, char *const argv[], uint32_t *exit_cod
     int error = posix_spawnp(&child, file, &actions, &attributes, argv, environ);
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
-    if (error) return error_of(error);
+    if (error) return map_errno(error);
 
     // The wait has no limit; an interrupt that reaches this process reaches the
     // child too, and its end is what ends the wait.

@@ -15,6 +15,7 @@
 
 #include "messages.h"
 #include "platform/message_format.h"
+#include "platform/posix.h"
 #include "platform/system.h"
 #include "run/report.h"
 
@@ -29,58 +30,6 @@ constexpr uint64_t UNITS_PER_SECOND = 10000000;
 constexpr uint32_t ERR_DEVICE_NOT_READY = 21;
 constexpr uint32_t ERR_FILE_EXISTS = 80;
 constexpr uint32_t ERR_INVALID_PARAMETER = 87;
-
-uint32_t map_errno(int error) {
-    switch (error) {
-    case 0:
-        return 0;
-    case ENOENT:
-        return ERR_FILE_NOT_FOUND;
-    case ENOTDIR:
-        return ERR_PATH_NOT_FOUND;
-    case EACCES:
-    case EPERM:
-    case EISDIR:
-        return ERR_ACCESS_DENIED;
-    case EBADF:
-        return ERR_INVALID_HANDLE;
-    case ENOMEM:
-        return ERR_OUT_OF_MEMORY;
-    case EROFS:
-        return 19;
-    case ENXIO:
-    case ENODEV:
-        return ERR_DEVICE_NOT_READY;
-    case ENOSPC:
-        return 112;
-    case EDQUOT:
-        return 39;
-    case EEXIST:
-        return ERR_FILE_EXISTS;
-    case ENOTEMPTY:
-        return 145;
-    case ENAMETOOLONG:
-        return 206;
-    case EMFILE:
-    case ENFILE:
-        return 4;
-    case EBUSY:
-    case ETXTBSY:
-        return 32;
-    case EINVAL:
-        return ERR_INVALID_PARAMETER;
-    case EPIPE:
-        return 109;
-    case ELOOP:
-        return 123;
-    case ENOEXEC:
-        return 193;
-    case EIO:
-        return 1117;
-    default:
-        return 31; // a device attached to the system is not functioning
-    }
-}
 
 uint32_t get_last_error() {
     return map_errno(errno);
@@ -173,6 +122,61 @@ int compare_found(const void *a, const void *b) {
 }
 
 } // namespace
+
+uint32_t map_errno(int error) {
+    switch (error) {
+    case 0:
+        return 0;
+    case ENOENT:
+        return ERR_FILE_NOT_FOUND;
+    case ENOTDIR:
+        return ERR_PATH_NOT_FOUND;
+    case EACCES:
+    case EPERM:
+    case EISDIR:
+        return ERR_ACCESS_DENIED;
+    case EBADF:
+        return ERR_INVALID_HANDLE;
+    case ENOMEM:
+    case EAGAIN:
+        return ERR_OUT_OF_MEMORY;
+    case EROFS:
+        return 19;
+    case ENXIO:
+    case ENODEV:
+        return ERR_DEVICE_NOT_READY;
+    case ENOSPC:
+        return 112;
+    case EDQUOT:
+        return 39;
+    case EEXIST:
+        return ERR_FILE_EXISTS;
+    case ENOTEMPTY:
+        return 145;
+    case ENAMETOOLONG:
+    case E2BIG:
+        return 206;
+    case EMFILE:
+    case ENFILE:
+        return 4;
+    case EBUSY:
+    case ETXTBSY:
+        return 32;
+    case EINVAL:
+        return ERR_INVALID_PARAMETER;
+    case EPIPE:
+        return 109;
+    case ELOOP:
+        return 123;
+    case ENOEXEC:
+        return 193;
+    case EIO:
+        return 1117;
+    default:
+        return 31; // a device attached to the system is not functioning
+    }
+}
+
 
 // The matches of one search, read and sorted at its start.
 struct find_state {
