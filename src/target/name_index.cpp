@@ -6,24 +6,21 @@ namespace {
 void place(name_index &index, uint32_t key, void *record) {
     const size_t mask = index.capacity - 1;
     size_t i = key & mask;
-    while (index.keys[i]) i = (i + 1) & mask;
-    index.keys[i] = key;
-    index.slots[i] = record;
+    while (index.slots[i].key) i = (i + 1) & mask;
+    index.slots[i] = index_slot{key, record};
 }
 
 void grow(name_index &index) {
     name_index old = index;
     index.capacity = old.capacity ? 2 * old.capacity : 64;
-    index.slots = static_cast<void **>(xcalloc(index.capacity * sizeof(void *)));
-    index.keys = static_cast<uint32_t *>(xcalloc(index.capacity * sizeof(uint32_t)));
+    index.slots = static_cast<index_slot *>(xcalloc(index.capacity * sizeof(index_slot)));
     index.count = 0;
     for (size_t i = 0; i < old.capacity; ++i)
-        if (old.slots[i]) {
-            place(index, old.keys[i], old.slots[i]);
+        if (old.slots[i].record) {
+            place(index, old.slots[i].key, old.slots[i].record);
             ++index.count;
         }
     free(old.slots);
-    free(old.keys);
 }
 
 } // namespace
@@ -38,15 +35,14 @@ void remove_indexed(name_index &index, const char16_t *name, const void *record)
     if (!index.capacity) return;
     const uint32_t key = fold_hash(name);
     const size_t mask = index.capacity - 1;
-    for (size_t i = key & mask; index.keys[i]; i = (i + 1) & mask)
-        if (index.slots[i] == record) {
-            index.slots[i] = nullptr;  // the key stays, so probes pass over it
+    for (size_t i = key & mask; index.slots[i].key; i = (i + 1) & mask)
+        if (index.slots[i].record == record) {
+            index.slots[i].record = nullptr;  // the key stays, so probes pass over it
             return;
         }
 }
 
 void clear_index(name_index &index) {
     free(index.slots);
-    free(index.keys);
     index = name_index{};
 }

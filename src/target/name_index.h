@@ -10,11 +10,17 @@
 #include "platform/system.h"
 #include "run/report.h"
 
+// One slot: the folded hash of a name and its record, side by side so that a
+// probe touches one cache line. A key with no record is a removed entry.
+struct index_slot {
+    uint32_t key;  // 0: the slot was never used
+    void *record;
+};
+
 struct name_index {
-    void **slots;     // open addressing, power-of-two capacity; null is empty
-    uint32_t *keys;   // folded hash of the record in the same slot
-    size_t capacity;  // 0 while nothing was added
-    size_t count;     // records held (tombstones included)
+    index_slot *slots;  // open addressing, power-of-two capacity
+    size_t capacity;    // 0 while nothing was added
+    size_t count;       // slots in use, removed entries included
 };
 
 // Hash of a name with ASCII case folded, never 0.
@@ -31,9 +37,10 @@ T *find_indexed(const name_index &index, const char16_t *name, F name_of) {
     const uint32_t key = fold_hash(name);
     const size_t mask = index.capacity - 1;
     for (size_t i = key & mask;; i = (i + 1) & mask) {
-        if (!index.keys[i]) return nullptr;
-        if (index.keys[i] == key && index.slots[i]) {
-            T *record = static_cast<T *>(index.slots[i]);
+        const index_slot &slot = index.slots[i];
+        if (!slot.key) return nullptr;
+        if (slot.key == key && slot.record) {
+            T *record = static_cast<T *>(slot.record);
             if (str_icmp(name_of(record), name) == 0) return record;
         }
     }
