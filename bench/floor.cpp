@@ -24,9 +24,11 @@ int main(int argc, char **argv) {
         if (line.find('=') != std::string::npos) continue;
         size_t i = 0;
         while (i < line.size()) {
-            while (i < line.size() && (line[i] == ' ' || line[i] == ':' || line[i] == '\\')) ++i;
+            while (i < line.size() && (line[i] == ' ' || line[i] == ':' || line[i] == '\\'))
+                ++i;
             size_t start = i;
-            while (i < line.size() && line[i] != ' ' && line[i] != ':') ++i;
+            while (i < line.size() && line[i] != ' ' && line[i] != ':')
+                ++i;
             if (i > start) {
                 std::string name = line.substr(start, i - start);
                 if (seen.insert(name).second) {

@@ -15,7 +15,7 @@ namespace {
 struct message {
     unsigned id = 0;
     std::string symbol;
-    std::map<std::string, std::vector<std::string>> texts;  // language -> lines
+    std::map<std::string, std::vector<std::string>> texts; // language -> lines
 };
 
 // Decodes UTF-8 and writes each character as a C++ escape fit for a u"" literal.

@@ -17,12 +17,15 @@ constexpr uint32_t NO_LIMIT = 0xFFFFFFFF;
 const char16_t *parse_number(const char16_t *text, uint32_t *limit) {
     if (!is_digit(*text)) return text;
     *limit = 0;
-    for (; is_digit(*text); ++text) *limit = *limit * 10 + static_cast<uint32_t>(*text - u'0');
+    for (; is_digit(*text); ++text)
+        *limit = *limit * 10 + static_cast<uint32_t>(*text - u'0');
     return text;
 }
 
 // Echoes line as "\tline\r\n" on standard output.
-void echo_line(const char16_t *line) { out_printf(STREAM_OUT, u"\t%ls\r\n", line); }
+void echo_line(const char16_t *line) {
+    out_printf(STREAM_OUT, u"\t%ls\r\n", line);
+}
 
 } // namespace
 
@@ -73,7 +76,8 @@ uint32_t run_command(const char16_t *text, inline_file *inline_files, const char
 // A line that starts with ! and names exactly one of $** and $? runs once for
 // each word of that macro, with the macro holding just that word.
 bool run_for_each(const char16_t *text, uint32_t *exit_code, const char16_t *make_value) {
-    while (is_space(*text)) ++text;
+    while (is_space(*text))
+        ++text;
     if (*text != u'!') return false;
     const char16_t *rest = text + 1;
     const bool all = str_str(rest, u"$**") != nullptr;

@@ -6,22 +6,22 @@
 
 #include "target/graph.h"
 
-constexpr char16_t INLINE_SENTINEL = 0xDFFF;  // stands in a stored command for each <<
+constexpr char16_t INLINE_SENTINEL = 0xDFFF; // stands in a stored command for each <<
 
 constexpr uint8_t INLINE_UNICODE = 1;
 constexpr uint8_t INLINE_KEEP = 2;
-constexpr uint8_t INLINE_WRITTEN = 4;  // the file exists on disk and name is final
+constexpr uint8_t INLINE_WRITTEN = 4; // the file exists on disk and name is final
 
 struct inline_file {
-    inline_file *next;             // next in inline_list, newest first
-    inline_file *next_in_command;  // next of the same command, in << order
-    char16_t *name;                // owned; null: a temporary file with no name yet
-    char16_t *text;                // owned captured lines, unexpanded; null until the first
-    uint64_t used;                 // units in text without the terminator
-    uint8_t flags;                 // INLINE_UNICODE, INLINE_KEEP, INLINE_WRITTEN
+    inline_file *next;            // next in inline_list, newest first
+    inline_file *next_in_command; // next of the same command, in << order
+    char16_t *name;               // owned; null: a temporary file with no name yet
+    char16_t *text;               // owned captured lines, unexpanded; null until the first
+    uint64_t used;                // units in text without the terminator
+    uint8_t flags;                // INLINE_UNICODE, INLINE_KEEP, INLINE_WRITTEN
 };
 
-extern inline_file *inline_list;  // run table: all inline files of the run
+extern inline_file *inline_list; // run table: all inline files of the run
 // Commands handed on to be carried out, and touches, so far in the process. A
 // time stamp read while this count stays the same cannot have changed because
 // of the run, so it need not be read again.

@@ -18,7 +18,7 @@ constexpr size_t GROW_BYTES = 8192;
 
 [[noreturn]] void fail_inline(const char16_t *name) {
     report(MSG_INLINE_FILE + FATAL, name ? name : u"?");
-    exit_process(1);  // not reached
+    exit_process(1); // not reached
 }
 
 // Writes text as UTF-16 little-endian behind a byte order mark.
@@ -42,7 +42,8 @@ inline_file *add_inline_file(command *cmd, char16_t *name) {
     inline_file *file = xcalloc_record<inline_file>();
     file->name = name;
     inline_file **link = &cmd->inline_files;
-    while (*link) link = &(*link)->next_in_command;
+    while (*link)
+        link = &(*link)->next_in_command;
     *link = file;
     file->next = inline_list;
     inline_list = file;
@@ -60,7 +61,8 @@ void scan_command_text(command *cmd, const char16_t *line) {
         p += 2;
         *out++ = INLINE_SENTINEL;
         const char16_t *name = p;
-        while (*p && !is_space(*p)) ++p;
+        while (*p && !is_space(*p))
+            ++p;
         add_inline_file(cmd, p > name ? str_dup_n(name, static_cast<size_t>(p - name)) : nullptr);
     }
     *out = 0;
@@ -85,17 +87,20 @@ int add_inline_line(inline_file *file, const char16_t *line) {
         free(words);
         return 1;
     }
-    while (is_space(*line)) ++line;
-    if (!*line) return 0;  // no empty line ever reaches the file
+    while (is_space(*line))
+        ++line;
+    if (!*line) return 0; // no empty line ever reaches the file
     const size_t length = str_len(line);
     const size_t need = (file->used + length) * 2 + 6;
     size_t size = block_size(file->text);
     if (need > size) {
-        while (need > size) size += GROW_BYTES;
+        while (need > size)
+            size += GROW_BYTES;
         file->text = static_cast<char16_t *>(xrealloc(file->text, size));
     }
     char16_t *end = file->text + file->used;
-    for (size_t i = 0; i < length; ++i) end[i] = line[i];
+    for (size_t i = 0; i < length; ++i)
+        end[i] = line[i];
     end[length] = u'\r';
     end[length + 1] = u'\n';
     end[length + 2] = 0;

@@ -21,21 +21,21 @@
 namespace {
 
 enum expand_state {
-    STATE_TEXT,         // copy plain characters
-    STATE_DOLLAR,       // behind a $
-    STATE_NAME,         // reading the name of a bracketed form
-    STATE_LOOKUP,       // resolve a plain reference
-    STATE_PERCENT,      // behind a % in a command
-    STATE_PARTS,        // letters of %|...F
-    STATE_META,         // modifier B D F R on * < @ !
-    STATE_SEARCH,       // search text of a substitution
-    STATE_REPLACEMENT,  // replacement text of a substitution
-    STATE_SUBSTITUTE,   // resolve a reference with a substitution
-    STATE_INLINE,       // name of the next inline file
-    STATE_COPY,         // copy the prepared text
+    STATE_TEXT,        // copy plain characters
+    STATE_DOLLAR,      // behind a $
+    STATE_NAME,        // reading the name of a bracketed form
+    STATE_LOOKUP,      // resolve a plain reference
+    STATE_PERCENT,     // behind a % in a command
+    STATE_PARTS,       // letters of %|...F
+    STATE_META,        // modifier B D F R on * < @ !
+    STATE_SEARCH,      // search text of a substitution
+    STATE_REPLACEMENT, // replacement text of a substitution
+    STATE_SUBSTITUTE,  // resolve a reference with a substitution
+    STATE_INLINE,      // name of the next inline file
+    STATE_COPY,        // copy the prepared text
 };
 
-constexpr size_t PART_UNITS = 256;  // at most 255 characters of a name, search or replacement
+constexpr size_t PART_UNITS = 256; // at most 255 characters of a name, search or replacement
 
 // A fixed buffer for one part of a reference; characters past 255 are skipped.
 struct part_buffer {
@@ -59,17 +59,18 @@ size_t expanding_capacity = 0;
 
 [[noreturn]] void fail_cycle(const macro *m) {
     size_t first = 0;
-    while (expanding[first] != m) ++first;
+    while (expanding[first] != m)
+        ++first;
     char16_t *chain = str_dup(u"");
     for (size_t i = first; i <= expanding_count; ++i) {
         const macro *link = i < expanding_count ? expanding[i] : m;
-        char16_t *longer = str_printf(i == first ? u"%ls$(%ls)" : u"%ls -> $(%ls)", chain,
-                                      link->name);
+        char16_t *longer =
+            str_printf(i == first ? u"%ls$(%ls)" : u"%ls -> $(%ls)", chain, link->name);
         free(chain);
         chain = longer;
     }
     report(MSG_BAD_MACRO + FATAL, chain);
-    exit_process(1);  // not reached
+    exit_process(1); // not reached
 }
 
 // Expands the value of m, which holds a $, guarding against cycles.
@@ -78,8 +79,8 @@ char16_t *expand_value(const macro *m, const char16_t *defining_name, bool in_co
         if (expanding[i] == m) fail_cycle(m);
     if (expanding_count == expanding_capacity) {
         expanding_capacity = expanding_capacity ? expanding_capacity * 2 : 64;
-        expanding = static_cast<const macro **>(
-            xrealloc(expanding, expanding_capacity * sizeof(macro *)));
+        expanding =
+            static_cast<const macro **>(xrealloc(expanding, expanding_capacity * sizeof(macro *)));
     }
     expanding[expanding_count++] = m;
     char16_t *result = expand_macros(m->value, defining_name, in_command, nullptr);
@@ -113,8 +114,8 @@ struct expansion {
     expand_state state;
     char16_t closer;
     part_buffer name_buffer, search_buffer, replacement_buffer;
-    const char16_t *prepared;  // text for STATE_COPY
-    char16_t *temporary;       // owned prepared text, or null
+    const char16_t *prepared; // text for STATE_COPY
+    char16_t *temporary;      // owned prepared text, or null
 
     void prepare(const char16_t *text) {
         prepared = text ? text : u"";
@@ -161,7 +162,7 @@ expand_state test_meta_symbol(const expansion &x) {
     if (n[1] == 0 || n[1] == u'*') return STATE_LOOKUP;
     if (str_chr(u"BDFR", n[1]) && n[2] == 0 && x.in_command) return STATE_META;
     report(MSG_BAD_META + FATAL, n + 1);
-    return STATE_LOOKUP;  // not reached
+    return STATE_LOOKUP; // not reached
 }
 
 void step_name(expansion &x) {
@@ -281,12 +282,18 @@ void step_meta(expansion &x) {
     char16_t drive[3], directory[PATH_PART], base[PATH_PART], extension[PATH_PART];
     split_path(value, drive, directory, base, extension);
     switch (x.name_buffer.text[1]) {
-    case u'B': x.prepare_owned(str_dup(base)); break;
+    case u'B':
+        x.prepare_owned(str_dup(base));
+        break;
     case u'D':
         x.prepare_owned(str_printf(u"%ls%ls", drive, directory[0] ? directory : u"."));
         break;
-    case u'F': x.prepare_owned(str_printf(u"%ls%ls", base, extension)); break;
-    default: x.prepare_owned(str_printf(u"%ls%ls%ls", drive, directory, base)); break;
+    case u'F':
+        x.prepare_owned(str_printf(u"%ls%ls", base, extension));
+        break;
+    default:
+        x.prepare_owned(str_printf(u"%ls%ls%ls", drive, directory, base));
+        break;
     }
 }
 
@@ -306,12 +313,24 @@ void step(expansion &x) {
         }
         break;
     }
-    case STATE_DOLLAR: step_dollar(x); break;
-    case STATE_NAME: step_name(x); break;
-    case STATE_LOOKUP: step_lookup(x); break;
-    case STATE_PERCENT: step_percent(x); break;
-    case STATE_PARTS: step_parts(x); break;
-    case STATE_META: step_meta(x); break;
+    case STATE_DOLLAR:
+        step_dollar(x);
+        break;
+    case STATE_NAME:
+        step_name(x);
+        break;
+    case STATE_LOOKUP:
+        step_lookup(x);
+        break;
+    case STATE_PERCENT:
+        step_percent(x);
+        break;
+    case STATE_PARTS:
+        step_parts(x);
+        break;
+    case STATE_META:
+        step_meta(x);
+        break;
     case STATE_SEARCH: {
         const char16_t c = *x.pos++;
         if (c == u'=') {
@@ -333,14 +352,17 @@ void step(expansion &x) {
             x.replacement_buffer.add(c);
         break;
     }
-    case STATE_SUBSTITUTE: step_substitute(x); break;
+    case STATE_SUBSTITUTE:
+        step_substitute(x);
+        break;
     case STATE_INLINE:
         ++x.pos;
         x.prepare(x.inline_chain->name ? x.inline_chain->name : u"<<");
         x.inline_chain = x.inline_chain->next_in_command;
         break;
     case STATE_COPY:
-        for (size_t i = 0; i < x.need; ++i) x.put(x.prepared[i]);
+        for (size_t i = 0; i < x.need; ++i)
+            x.put(x.prepared[i]);
         free(x.temporary);
         x.temporary = nullptr;
         x.need = 1;
@@ -353,16 +375,22 @@ void step(expansion &x) {
 void fail_unfinished(const expansion &x) {
     char16_t *insert = nullptr;
     switch (x.state) {
-    case STATE_NAME: insert = str_printf(u"$%lc%ls", x.opening(), x.name_buffer.text); break;
-    case STATE_PARTS: insert = str_dup(u"%|"); break;
+    case STATE_NAME:
+        insert = str_printf(u"$%lc%ls", x.opening(), x.name_buffer.text);
+        break;
+    case STATE_PARTS:
+        insert = str_dup(u"%|");
+        break;
     case STATE_SEARCH:
         insert = str_printf(u"$%lc%ls:%ls", x.opening(), x.name_buffer.text, x.search_buffer.text);
         break;
     case STATE_REPLACEMENT:
-        insert = str_printf(u"$%lc%ls:%ls=%ls", x.opening(), x.name_buffer.text, x.search_buffer.text,
-                            x.replacement_buffer.text);
+        insert = str_printf(u"$%lc%ls:%ls=%ls", x.opening(), x.name_buffer.text,
+                            x.search_buffer.text, x.replacement_buffer.text);
         break;
-    default: insert = str_dup(u"$"); break;
+    default:
+        insert = str_dup(u"$");
+        break;
     }
     report(MSG_BAD_MACRO + FATAL, insert);
 }
@@ -396,8 +424,8 @@ char16_t *expand_macros(const char16_t *text, const char16_t *defining_name, boo
     for (;;) {
         if (x.used + x.need > x.capacity) {
             x.capacity = 2 * x.capacity + ((x.need + 7) & ~static_cast<size_t>(7));
-            x.output = static_cast<char16_t *>(
-                xrealloc(x.output, (x.capacity + 1) * sizeof(char16_t)));
+            x.output =
+                static_cast<char16_t *>(xrealloc(x.output, (x.capacity + 1) * sizeof(char16_t)));
         }
         step(x);
         if (*x.pos != 0) continue;
@@ -416,15 +444,16 @@ char16_t *replace_text(const char16_t *text, const char16_t *search, const char1
     char16_t *out = static_cast<char16_t *>(xmalloc(capacity * sizeof(char16_t)));
     size_t used = 0;
     for (const char16_t *p = text; p && *p;) {
-        const bool match = *p == search[0] &&
-                           (search_length == 1 || str_ncmp(p, search, search_length) == 0);
+        const bool match =
+            *p == search[0] && (search_length == 1 || str_ncmp(p, search, search_length) == 0);
         const size_t add = match ? replacement_length : 1;
         if (used + add + 1 > capacity) {
             capacity = 2 * capacity + add;
             out = static_cast<char16_t *>(xrealloc(out, capacity * sizeof(char16_t)));
         }
         if (match) {
-            for (size_t i = 0; i < replacement_length; ++i) out[used++] = replacement[i];
+            for (size_t i = 0; i < replacement_length; ++i)
+                out[used++] = replacement[i];
             p += search_length;
         } else {
             out[used++] = *p++;
@@ -436,8 +465,8 @@ char16_t *replace_text(const char16_t *text, const char16_t *search, const char1
 
 char16_t *apply_substitutions(const macro *m, char16_t *text) {
     for (void **pair = m->substitutions; pair && pair[0] && pair[1]; pair += 2) {
-        char16_t *next = replace_text(text, static_cast<char16_t *>(pair[0]),
-                                      static_cast<char16_t *>(pair[1]));
+        char16_t *next =
+            replace_text(text, static_cast<char16_t *>(pair[0]), static_cast<char16_t *>(pair[1]));
         free(text);
         text = next;
     }
@@ -445,7 +474,8 @@ char16_t *apply_substitutions(const macro *m, char16_t *text) {
 }
 
 void clear_substitutions(macro *m) {
-    for (void **p = m->substitutions; p && *p; ++p) free(*p);
+    for (void **p = m->substitutions; p && *p; ++p)
+        free(*p);
     free(m->substitutions);
     m->substitutions = nullptr;
 }

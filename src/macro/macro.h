@@ -7,20 +7,20 @@
 
 #include "target/graph.h"
 
-constexpr uint8_t self_referenced = 1;  // referred to while its own definition expanded
-constexpr uint8_t exported = 2;         // tied to the environment
+constexpr uint8_t self_referenced = 1; // referred to while its own definition expanded
+constexpr uint8_t exported = 2;        // tied to the environment
 
 struct macro {
-    macro *next;             // next older macro
-    char16_t *name;          // owned; as first written, also the environment name
-    char16_t *value;         // owned; unexpanded references kept; null only when created by look-up
-    ptr_list substitutions;  // pending pairs: search, replacement, ...; texts owned
-    uint8_t flags;           // self_referenced, exported
-    uint32_t hash;           // hash_name(name)
+    macro *next;            // next older macro
+    char16_t *name;         // owned; as first written, also the environment name
+    char16_t *value;        // owned; unexpanded references kept; null only when created by look-up
+    ptr_list substitutions; // pending pairs: search, replacement, ...; texts owned
+    uint8_t flags;          // self_referenced, exported
+    uint32_t hash;          // hash_name(name)
 };
 
 extern macro *macro_list;      // run table: all macros, newest first
-extern name_index macro_index;  // index beside macro_list, saved with it
+extern name_index macro_index; // index beside macro_list, saved with it
 
 // Returns the macro, importing it from the environment; null when unknown and
 // create is false.

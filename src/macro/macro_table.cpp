@@ -46,7 +46,7 @@ macro *find_macro(const char16_t *name, bool create) {
 
 void set_macro(const char16_t *name, const char16_t *value, uint8_t mode) {
     macro *m = find_macro(name, true);
-    if ((m->flags & exported) && !opt_env) return;  // the whole effect of /E
+    if ((m->flags & exported) && !opt_env) return; // the whole effect of /E
     free(m->value);
     m->value = str_dup(value);
     if (mode != 1 || !(m->flags & self_referenced)) clear_substitutions(m);
@@ -61,21 +61,25 @@ void set_macro(const char16_t *name, const char16_t *value, uint8_t mode) {
 
 int parse_macro_line(const char16_t *line) {
     const char16_t *p = line;
-    while (*p && !is_space(*p) && *p != u'+' && *p != u'=') ++p;
+    while (*p && !is_space(*p) && *p != u'+' && *p != u'=')
+        ++p;
     const size_t name_length = static_cast<size_t>(p - line);
     if (name_length == 0) return 0;
-    while (is_space(*p)) ++p;
+    while (is_space(*p))
+        ++p;
     const bool append = *p == u'+';
     if (append) ++p;
     if (*p != u'=') return 0;
     ++p;
-    while (is_space(*p)) ++p;
+    while (is_space(*p))
+        ++p;
 
     char16_t *name = str_dup_n(line, name_length);
     clear_macro_mark(name);
     char16_t *value = expand_macros(p, name, false, nullptr);
     size_t end = str_len(value);
-    while (end > 0 && is_space(value[end - 1])) --end;
+    while (end > 0 && is_space(value[end - 1]))
+        --end;
     value[end] = 0;
     macro *old = append ? find_macro(name, false) : nullptr;
     if (old && old->value) {

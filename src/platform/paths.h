@@ -19,7 +19,7 @@ char16_t *dir_of_path(const char16_t *path);
 // \. An absolute name comes back unchanged. At most 4095 units.
 char16_t *make_full_path(const char16_t *name, const char16_t *base);
 
-constexpr size_t PATH_PART = 260;  // buffer size for each part of split_path
+constexpr size_t PATH_PART = 260; // buffer size for each part of split_path
 // Splits path into drive (3 units), directory, base and extension (PATH_PART
 // units each, cut to 259 without a message). Any output may be null.
 void split_path(const char16_t *path, char16_t *drive, char16_t *directory, char16_t *base,

@@ -18,9 +18,9 @@ constexpr uint32_t ERR_PATH_NOT_FOUND = 3;
 constexpr uint32_t ERR_ACCESS_DENIED = 5;
 constexpr uint32_t ERR_INVALID_HANDLE = 6;
 constexpr uint32_t ERR_OUT_OF_MEMORY = 14;
-constexpr uint32_t ERR_WRITE_FAULT = 29;    // short write
-constexpr uint32_t ERR_READ_FAULT = 30;     // refused encoding, line without end, line too long
-constexpr uint32_t ERR_HANDLE_EOF = 38;     // end of file
+constexpr uint32_t ERR_WRITE_FAULT = 29; // short write
+constexpr uint32_t ERR_READ_FAULT = 30;  // refused encoding, line without end, line too long
+constexpr uint32_t ERR_HANDLE_EOF = 38;  // end of file
 constexpr uint32_t ERR_ENVVAR_NOT_FOUND = 203;
 constexpr uint32_t ERR_NO_UNICODE_TRANSLATION = 1113;
 
@@ -35,10 +35,18 @@ constexpr os_handle STREAM_ERR = 2;
 
 // ---------------------------------------------------------------------------
 // Character rules: ASCII only; no code unit above 0x7F belongs to any class.
-constexpr bool is_space(char16_t c) { return c == 0x20 || (c >= 0x09 && c <= 0x0D); }
-constexpr bool is_digit(char16_t c) { return c >= u'0' && c <= u'9'; }
-constexpr bool is_alpha(char16_t c) { return (c >= u'A' && c <= u'Z') || (c >= u'a' && c <= u'z'); }
-constexpr bool is_alnum(char16_t c) { return is_alpha(c) || is_digit(c); }
+constexpr bool is_space(char16_t c) {
+    return c == 0x20 || (c >= 0x09 && c <= 0x0D);
+}
+constexpr bool is_digit(char16_t c) {
+    return c >= u'0' && c <= u'9';
+}
+constexpr bool is_alpha(char16_t c) {
+    return (c >= u'A' && c <= u'Z') || (c >= u'a' && c <= u'z');
+}
+constexpr bool is_alnum(char16_t c) {
+    return is_alpha(c) || is_digit(c);
+}
 constexpr bool is_xdigit(char16_t c) {
     return is_digit(c) || (c >= u'a' && c <= u'f') || (c >= u'A' && c <= u'F');
 }
@@ -56,10 +64,10 @@ size_t str_len(const char16_t *text);
 char16_t *str_dup(const char16_t *text);
 // Returns a new text of the first n units of text (n must not pass its end).
 char16_t *str_dup_n(const char16_t *text, size_t n);
-int str_cmp(const char16_t *a, const char16_t *b);                // exact, unsigned units
-int str_ncmp(const char16_t *a, const char16_t *b, size_t n);     // exact, at most n units
-int str_icmp(const char16_t *a, const char16_t *b);               // ASCII case folded
-int str_nicmp(const char16_t *a, const char16_t *b, size_t n);    // folded, at most n units
+int str_cmp(const char16_t *a, const char16_t *b);             // exact, unsigned units
+int str_ncmp(const char16_t *a, const char16_t *b, size_t n);  // exact, at most n units
+int str_icmp(const char16_t *a, const char16_t *b);            // ASCII case folded
+int str_nicmp(const char16_t *a, const char16_t *b, size_t n); // folded, at most n units
 // Searches return a position inside their argument, or null.
 const char16_t *str_chr(const char16_t *text, char16_t c);
 const char16_t *str_rchr(const char16_t *text, char16_t c);
@@ -93,13 +101,13 @@ struct fmt_arg {
     fmt_arg(const char16_t *t) : kind(TEXT), text(t), number(0) {}
     fmt_arg(char16_t *t) : kind(TEXT), text(t), number(0) {}
     fmt_arg(char16_t c) : kind(NUMBER), text(nullptr), number(c) {}
-    fmt_arg(int n) : kind(NUMBER), text(nullptr), number(static_cast<uint64_t>(static_cast<int64_t>(n))) {}
+    fmt_arg(int n)
+        : kind(NUMBER), text(nullptr), number(static_cast<uint64_t>(static_cast<int64_t>(n))) {}
     fmt_arg(unsigned n) : kind(NUMBER), text(nullptr), number(n) {}
     fmt_arg(unsigned long n) : kind(NUMBER), text(nullptr), number(n) {}
     fmt_arg(unsigned long long n) : kind(NUMBER), text(nullptr), number(n) {}
     fmt_arg(long n) : kind(NUMBER), text(nullptr), number(static_cast<uint64_t>(n)) {}
-    fmt_arg(const void *p)
-        : kind(NUMBER), text(nullptr), number(reinterpret_cast<uintptr_t>(p)) {}
+    fmt_arg(const void *p) : kind(NUMBER), text(nullptr), number(reinterpret_cast<uintptr_t>(p)) {}
 };
 
 // Counted formatter: writes at most capacity-1 units and a terminator (nothing
@@ -115,18 +123,15 @@ template <class... A> char16_t *str_printf(const char16_t *format, const A &...a
 // Formats and writes to a stream with write_text and code page 0.
 uint32_t out_printf_args(os_handle stream, const char16_t *format, const fmt_arg *args,
                          size_t count);
-template <class... A>
-uint32_t out_printf(os_handle stream, const char16_t *format, const A &...a) {
+template <class... A> uint32_t out_printf(os_handle stream, const char16_t *format, const A &...a) {
     const fmt_arg args[] = {fmt_arg(0), fmt_arg(a)...};
     return out_printf_args(stream, format, args + 1, sizeof...(a));
 }
 // 8-bit format; %ls takes a wide text whose units must all be below 256, each
 // written as one byte. A unit of 256 or above fails the call (non-zero result,
 // nothing written).
-uint32_t file_printf_args(os_handle handle, const char *format, const fmt_arg *args,
-                          size_t count);
-template <class... A>
-uint32_t file_printf(os_handle handle, const char *format, const A &...a) {
+uint32_t file_printf_args(os_handle handle, const char *format, const fmt_arg *args, size_t count);
+template <class... A> uint32_t file_printf(os_handle handle, const char *format, const A &...a) {
     const fmt_arg args[] = {fmt_arg(0), fmt_arg(a)...};
     return file_printf_args(handle, format, args + 1, sizeof...(a));
 }
@@ -232,8 +237,8 @@ void write_break_text();
 // Fault scope. Runs body(arg); a processor fault inside it is caught and
 // described in *fault, and the result is false. True when body returned.
 struct fault_record {
-    uint32_t code;     // the Windows exception code, such as 0xC0000005
-    uint64_t address;  // address of the fault
+    uint32_t code;    // the Windows exception code, such as 0xC0000005
+    uint64_t address; // address of the fault
 };
 bool run_fault_scope(void (*body)(void *), void *arg, fault_record *fault);
 

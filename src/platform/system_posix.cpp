@@ -134,7 +134,6 @@ uint32_t map_errno(int error) {
     }
 }
 
-
 namespace {
 
 // The first entry whose name equals name with ASCII case ignored, skipping an
@@ -185,9 +184,9 @@ constexpr int MAX_CACHED_FD = 1024;
 
 struct input_cache {
     char buffer[READ_AHEAD_BYTES];
-    uint64_t start;     // file offset of buffer[0]
-    size_t length;      // valid bytes in buffer
-    uint64_t position;  // the handle's logical file position
+    uint64_t start;    // file offset of buffer[0]
+    size_t length;     // valid bytes in buffer
+    uint64_t position; // the handle's logical file position
 };
 
 input_cache *input_caches[MAX_CACHED_FD];
@@ -207,7 +206,7 @@ uint32_t read_cached(input_cache *cache, int fd, char *out, size_t count, size_t
             if (n < 0) return get_last_error();
             cache->start = cache->position;
             cache->length = static_cast<size_t>(n);
-            if (n == 0) return 0;  // end of file
+            if (n == 0) return 0; // end of file
         }
         const size_t offset = static_cast<size_t>(cache->position - cache->start);
         size_t take = cache->length - offset;
@@ -236,7 +235,8 @@ uint32_t open_input(const char16_t *name, os_handle *handle) {
         return ERR_ACCESS_DENIED;
     }
     *handle = fd;
-    if (fd < MAX_CACHED_FD) input_caches[fd] = static_cast<input_cache *>(xcalloc(sizeof(input_cache)));
+    if (fd < MAX_CACHED_FD)
+        input_caches[fd] = static_cast<input_cache *>(xcalloc(sizeof(input_cache)));
     return 0;
 }
 
@@ -309,7 +309,8 @@ uint32_t delete_file(const char16_t *name) {
 
 uint32_t read_file(os_handle handle, void *buffer, size_t count, size_t *got) {
     if (input_cache *cache = cache_of(handle))
-        return read_cached(cache, static_cast<int>(handle), static_cast<char *>(buffer), count, got);
+        return read_cached(cache, static_cast<int>(handle), static_cast<char *>(buffer), count,
+                           got);
     *got = 0;
     for (;;) {
         ssize_t n = read(static_cast<int>(handle), buffer, count);

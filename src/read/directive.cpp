@@ -22,10 +22,10 @@
 namespace {
 
 constexpr size_t COND_LEVELS = 10;
-constexpr uint8_t COND_ACTIVE = 1;      // lines at this level are processed
-constexpr uint8_t COND_TAKEN = 2;       // a branch of this chain has been chosen
-constexpr uint8_t COND_OPEN = 4;        // this level was opened by an !IF form
-constexpr uint8_t COND_ELSE_SEEN = 8;   // !ELSE has been seen at this level
+constexpr uint8_t COND_ACTIVE = 1;    // lines at this level are processed
+constexpr uint8_t COND_TAKEN = 2;     // a branch of this chain has been chosen
+constexpr uint8_t COND_OPEN = 4;      // this level was opened by an !IF form
+constexpr uint8_t COND_ELSE_SEEN = 8; // !ELSE has been seen at this level
 
 enum directive_kind {
     KIND_UNKNOWN = 0,
@@ -50,16 +50,17 @@ struct directive_name {
 
 // Compared in this order, whole word, ignoring case.
 constexpr directive_name directive_names[] = {
-    {u"error", KIND_ERROR},         {u"message", KIND_MESSAGE},
-    {u"include", KIND_INCLUDE},     {u"ifndef", KIND_IFNDEF},
-    {u"ifdef", KIND_IFDEF},         {u"if", KIND_IF},
+    {u"error", KIND_ERROR},           {u"message", KIND_MESSAGE},
+    {u"include", KIND_INCLUDE},       {u"ifndef", KIND_IFNDEF},
+    {u"ifdef", KIND_IFDEF},           {u"if", KIND_IF},
     {u"elseifndef", KIND_ELSEIFNDEF}, {u"elseifdef", KIND_ELSEIFDEF},
-    {u"elseif", KIND_ELSEIF},       {u"else", KIND_ELSE},
-    {u"endif", KIND_ENDIF},         {u"undef", KIND_UNDEF},
+    {u"elseif", KIND_ELSEIF},         {u"else", KIND_ELSE},
+    {u"endif", KIND_ENDIF},           {u"undef", KIND_UNDEF},
 };
 
 char16_t *skip_space(char16_t *p) {
-    while (is_space(*p)) ++p;
+    while (is_space(*p))
+        ++p;
     return p;
 }
 
@@ -85,7 +86,7 @@ directive_kind read_else_form(char16_t **rest) {
 // Decides the condition of an !IF or !ELSEIF form at the level byte b.
 void choose(uint8_t &b, uint8_t parent, directive_kind kind, const char16_t *rest) {
     if (!(parent & COND_ACTIVE)) {
-        b &= static_cast<uint8_t>(~COND_ACTIVE);  // nothing is evaluated under an inactive parent
+        b &= static_cast<uint8_t>(~COND_ACTIVE); // nothing is evaluated under an inactive parent
         return;
     }
     if (!*rest) report(MSG_IF_MISSING + FATAL);
@@ -95,7 +96,7 @@ void choose(uint8_t &b, uint8_t parent, directive_kind kind, const char16_t *res
     else if (kind == KIND_IFNDEF || kind == KIND_ELSEIFNDEF)
         result = find_macro(rest, false) == nullptr;
     else
-        result = eval_condition(rest) != 0;  // evaluated even behind a chosen branch
+        result = eval_condition(rest) != 0; // evaluated even behind a chosen branch
     if (result && !(b & COND_TAKEN))
         b |= COND_ACTIVE | COND_TAKEN;
     else
@@ -117,7 +118,8 @@ void do_directive(char16_t *text) {
     char16_t *expanded = expand_macros(text, nullptr, false, nullptr);
     char16_t *name = skip_space(expanded);
     char16_t *rest = name;
-    while (*rest && !is_space(*rest)) ++rest;
+    while (*rest && !is_space(*rest))
+        ++rest;
     if (*rest) *rest++ = 0;
     rest = skip_space(rest);
 
@@ -132,7 +134,9 @@ void do_directive(char16_t *text) {
     uint8_t *levels = frame->cond_stack;
     const bool skipping = frame->skipping != 0;
     switch (kind) {
-    case KIND_UNKNOWN: report(MSG_UNKNOWN_DIRECTIVE + FATAL, name); break;
+    case KIND_UNKNOWN:
+        report(MSG_UNKNOWN_DIRECTIVE + FATAL, name);
+        break;
     case KIND_ERROR:
         if (!skipping) report(MSG_USER_ERROR + FATAL, rest);
         break;
@@ -194,9 +198,11 @@ void do_include(char16_t *text) {
         char16_t *last = str_rchr(text + 1, quote);
         if (last) {
             char16_t *start = text + 1;
-            while (*start == u' ') ++start;
+            while (*start == u' ')
+                ++start;
             char16_t *end = last;
-            while (end > start && end[-1] == u' ') --end;
+            while (end > start && end[-1] == u' ')
+                --end;
             *end = 0;
             include_file(start);
             return;

@@ -48,9 +48,9 @@
 namespace {
 
 enum value_kind : uint32_t {
-    VALUE_INVALID = 0,  // not a value: malformed, out of range, or from a failed operation
-    VALUE_NUMBER = 1,   // payload.number
-    VALUE_TEXT = 2,     // payload.text, owned by the value
+    VALUE_INVALID = 0, // not a value: malformed, out of range, or from a failed operation
+    VALUE_NUMBER = 1,  // payload.number
+    VALUE_TEXT = 2,    // payload.text, owned by the value
 };
 
 union value_payload {
@@ -67,7 +67,7 @@ constexpr uint32_t LEVEL_EQUALITY = 6;
 constexpr uint32_t LEVEL_RELATION = 7;
 constexpr uint32_t NESTING_LIMIT = 1000;
 
-uint32_t nesting_depth = 0;  // '(' and unary operators open around the current primary
+uint32_t nesting_depth = 0; // '(' and unary operators open around the current primary
 
 uint32_t common_kind(uint32_t a, uint32_t b) {
     if (a == VALUE_INVALID || b == VALUE_INVALID) return VALUE_INVALID;
@@ -75,7 +75,9 @@ uint32_t common_kind(uint32_t a, uint32_t b) {
     return VALUE_NUMBER;
 }
 
-int32_t value_number(const expr_value *v) { return v->kind == VALUE_NUMBER ? v->payload.number : 0; }
+int32_t value_number(const expr_value *v) {
+    return v->kind == VALUE_NUMBER ? v->payload.number : 0;
+}
 
 void release_value(expr_value *v) {
     if (v->kind != VALUE_TEXT) return;
@@ -96,29 +98,53 @@ void set_number(expr_value *v, int32_t number) {
 }
 
 // The two's complement reading of a 32-bit pattern.
-int32_t to_signed(uint32_t bits) { return static_cast<int32_t>(bits); }
+int32_t to_signed(uint32_t bits) {
+    return static_cast<int32_t>(bits);
+}
 
-bool is_blank(char16_t c) { return c == u' ' || c == u'\t'; }
+bool is_blank(char16_t c) {
+    return c == u' ' || c == u'\t';
+}
 
 const char16_t *skip_blanks(const char16_t *p) {
-    while (is_blank(*p)) ++p;
+    while (is_blank(*p))
+        ++p;
     return p;
 }
 
 // Binary level of a token, 1 to 10; 0 for a token that is no binary operator.
 uint32_t operator_level(uint32_t token) {
     switch (token) {
-    case TOK_LOGICAL_OR: return 1;
-    case TOK_LOGICAL_AND: return 2;
-    case TOK_BIT_OR: return 3;
-    case TOK_BIT_XOR: return 4;
-    case TOK_BIT_AND: return 5;
-    case TOK_EQ: case TOK_NE: return LEVEL_EQUALITY;
-    case TOK_LT: case TOK_LE: case TOK_GT: case TOK_GE: return LEVEL_RELATION;
-    case TOK_SHL: case TOK_SHR: return 8;
-    case TOK_ADD: case TOK_SUB: return 9;
-    case TOK_MUL: case TOK_DIV: case TOK_MOD: return 10;
-    default: return 0;
+    case TOK_LOGICAL_OR:
+        return 1;
+    case TOK_LOGICAL_AND:
+        return 2;
+    case TOK_BIT_OR:
+        return 3;
+    case TOK_BIT_XOR:
+        return 4;
+    case TOK_BIT_AND:
+        return 5;
+    case TOK_EQ:
+    case TOK_NE:
+        return LEVEL_EQUALITY;
+    case TOK_LT:
+    case TOK_LE:
+    case TOK_GT:
+    case TOK_GE:
+        return LEVEL_RELATION;
+    case TOK_SHL:
+    case TOK_SHR:
+        return 8;
+    case TOK_ADD:
+    case TOK_SUB:
+        return 9;
+    case TOK_MUL:
+    case TOK_DIV:
+    case TOK_MOD:
+        return 10;
+    default:
+        return 0;
     }
 }
 
@@ -140,13 +166,26 @@ void apply_comparison(uint32_t token, expr_value *a, expr_value *b) {
     set_invalid(b);
     bool holds = false;
     switch (token) {
-    case TOK_EQ: holds = order == 0; break;
-    case TOK_NE: holds = order != 0; break;
-    case TOK_LT: holds = order < 0; break;
-    case TOK_LE: holds = order <= 0; break;
-    case TOK_GT: holds = order > 0; break;
-    case TOK_GE: holds = order >= 0; break;
-    default: break;
+    case TOK_EQ:
+        holds = order == 0;
+        break;
+    case TOK_NE:
+        holds = order != 0;
+        break;
+    case TOK_LT:
+        holds = order < 0;
+        break;
+    case TOK_LE:
+        holds = order <= 0;
+        break;
+    case TOK_GT:
+        holds = order > 0;
+        break;
+    case TOK_GE:
+        holds = order >= 0;
+        break;
+    default:
+        break;
     }
     set_number(a, holds ? 1 : 0);
 }
@@ -168,27 +207,53 @@ void apply_binary(uint32_t token, expr_value *a, expr_value *b) {
     const uint32_t shift = uy & 31u;
     set_invalid(b);
     switch (token) {
-    case TOK_MUL: set_number(a, to_signed(ux * uy)); break;
-    case TOK_ADD: set_number(a, to_signed(ux + uy)); break;
-    case TOK_SUB: set_number(a, to_signed(ux - uy)); break;
+    case TOK_MUL:
+        set_number(a, to_signed(ux * uy));
+        break;
+    case TOK_ADD:
+        set_number(a, to_signed(ux + uy));
+        break;
+    case TOK_SUB:
+        set_number(a, to_signed(ux - uy));
+        break;
     case TOK_DIV:
         // -2147483648 / -1 has no 32-bit quotient in C++; the rule is -a, wrapping.
-        if (y == 0) set_invalid(a);
-        else set_number(a, y == -1 ? to_signed(0u - ux) : x / y);
+        if (y == 0)
+            set_invalid(a);
+        else
+            set_number(a, y == -1 ? to_signed(0u - ux) : x / y);
         break;
     case TOK_MOD:
-        if (y == 0) set_invalid(a);
-        else set_number(a, y == -1 ? 0 : x % y);
+        if (y == 0)
+            set_invalid(a);
+        else
+            set_number(a, y == -1 ? 0 : x % y);
         break;
-    case TOK_SHL: set_number(a, to_signed(ux << shift)); break;
+    case TOK_SHL:
+        set_number(a, to_signed(ux << shift));
+        break;
     // The sign bit is copied in: a negative value is shifted through its complement.
-    case TOK_SHR: set_number(a, x < 0 ? ~(~x >> shift) : x >> shift); break;
-    case TOK_BIT_AND: set_number(a, to_signed(ux & uy)); break;
-    case TOK_BIT_XOR: set_number(a, to_signed(ux ^ uy)); break;
-    case TOK_BIT_OR: set_number(a, to_signed(ux | uy)); break;
-    case TOK_LOGICAL_AND: set_number(a, x != 0 && y != 0 ? 1 : 0); break;
-    case TOK_LOGICAL_OR: set_number(a, x != 0 || y != 0 ? 1 : 0); break;
-    default: set_invalid(a); break;
+    case TOK_SHR:
+        set_number(a, x < 0 ? ~(~x >> shift) : x >> shift);
+        break;
+    case TOK_BIT_AND:
+        set_number(a, to_signed(ux & uy));
+        break;
+    case TOK_BIT_XOR:
+        set_number(a, to_signed(ux ^ uy));
+        break;
+    case TOK_BIT_OR:
+        set_number(a, to_signed(ux | uy));
+        break;
+    case TOK_LOGICAL_AND:
+        set_number(a, x != 0 && y != 0 ? 1 : 0);
+        break;
+    case TOK_LOGICAL_OR:
+        set_number(a, x != 0 || y != 0 ? 1 : 0);
+        break;
+    default:
+        set_invalid(a);
+        break;
     }
 }
 
@@ -199,10 +264,18 @@ void apply_unary(uint32_t token, expr_value *v) {
     }
     const int32_t x = v->payload.number;
     switch (token) {
-    case TOK_NOT: set_number(v, x == 0 ? 1 : 0); break;
-    case TOK_COMPLEMENT: set_number(v, ~x); break;
-    case TOK_SUB: set_number(v, to_signed(0u - static_cast<uint32_t>(x))); break;
-    default: set_invalid(v); break;
+    case TOK_NOT:
+        set_number(v, x == 0 ? 1 : 0);
+        break;
+    case TOK_COMPLEMENT:
+        set_number(v, ~x);
+        break;
+    case TOK_SUB:
+        set_number(v, to_signed(0u - static_cast<uint32_t>(x)));
+        break;
+    default:
+        set_invalid(v);
+        break;
     }
 }
 
@@ -212,14 +285,18 @@ void convert_number(const char16_t *digits, expr_value *out) {
     const char16_t *end = nullptr;
     bool range_error = false;
     const int32_t number = str_to_long(digits, &end, &range_error);
-    if (range_error || end == digits || *end != 0) set_invalid(out);
-    else set_number(out, number);
+    if (range_error || end == digits || *end != 0)
+        set_invalid(out);
+    else
+        set_number(out, number);
 }
 
 // Consumes the closer when it is the next token; otherwise the value is lost.
 void expect_token(expr_lexer *lexer, uint32_t closer, expr_value *out) {
-    if (peek_token(lexer) == closer) next_token(lexer);
-    else set_invalid(out);
+    if (peek_token(lexer) == closer)
+        next_token(lexer);
+    else
+        set_invalid(out);
 }
 
 // Behind '[': the raw text up to the first ']' is a command, and its exit
@@ -227,7 +304,8 @@ void expect_token(expr_lexer *lexer, uint32_t closer, expr_value *out) {
 void eval_command(expr_lexer *lexer, expr_value *out) {
     const char16_t *start = skip_blanks(lexer->pos);
     const char16_t *end = start;
-    while (*end != 0 && *end != u']') ++end;
+    while (*end != 0 && *end != u']')
+        ++end;
     lexer->pos = end;
     if (end > start) {
         char16_t *command_text = str_dup_n(start, static_cast<size_t>(end - start));
@@ -235,8 +313,10 @@ void eval_command(expr_lexer *lexer, expr_value *out) {
         bool plus = false;
         // The prefixes of a command line may stand here too; only '+' matters.
         for (;; ++rest) {
-            if (*rest == u'+') plus = true;
-            else if (!is_blank(*rest) && *rest != u'-' && *rest != u'@') break;
+            if (*rest == u'+')
+                plus = true;
+            else if (!is_blank(*rest) && *rest != u'-' && *rest != u'@')
+                break;
         }
         uint32_t exit_code = 0;
         const uint32_t failed = spawn_command(rest, &exit_code, plus, nullptr);
@@ -256,7 +336,8 @@ void eval_defined(expr_lexer *lexer, expr_value *out) {
     next_token(lexer);
     const char16_t *start = skip_blanks(lexer->pos);
     const char16_t *end = start;
-    while (*end != 0 && !is_blank(*end) && *end != u')') ++end;
+    while (*end != 0 && !is_blank(*end) && *end != u')')
+        ++end;
     lexer->pos = end;
     if (end > start) {
         char16_t *name = str_dup_n(start, static_cast<size_t>(end - start));
@@ -275,7 +356,8 @@ void eval_exist(expr_lexer *lexer, expr_value *out) {
     char16_t closer = u')';
     if (*start == u'"' || *start == u'\'') closer = *start++;
     const char16_t *end = start;
-    while (*end != 0 && *end != closer) ++end;
+    while (*end != 0 && *end != closer)
+        ++end;
     // A closing quote is eaten here; a ')' is left for the token check.
     lexer->pos = (*end != 0 && closer != u')') ? end + 1 : end;
     if (end > start) {
@@ -289,13 +371,17 @@ void eval_exist(expr_lexer *lexer, expr_value *out) {
 void eval_binary(expr_lexer *lexer, uint32_t min_level, expr_value *out);
 
 // Level 1: a whole expression.
-void eval_expression(expr_lexer *lexer, expr_value *out) { eval_binary(lexer, 1, out); }
+void eval_expression(expr_lexer *lexer, expr_value *out) {
+    eval_binary(lexer, 1, out);
+}
 
 void enter_nesting() {
     if (++nesting_depth > NESTING_LIMIT) report(MSG_BAD_EXPRESSION + FATAL);
 }
 
-void leave_nesting() { --nesting_depth; }
+void leave_nesting() {
+    --nesting_depth;
+}
 
 void eval_unary(expr_lexer *lexer, expr_value *out) {
     out->payload.number = 0;

@@ -17,7 +17,9 @@ constexpr uint32_t TOKEN_TEXT_LIMIT = TOKEN_TEXT_UNITS - 1;
 
 // A keyword stands only in front of '(', a blank or a tab; anything else
 // directly behind it makes it part of something that is no keyword.
-bool ends_keyword(char16_t c) { return c == u'(' || c == u' ' || c == u'\t'; }
+bool ends_keyword(char16_t c) {
+    return c == u'(' || c == u' ' || c == u'\t';
+}
 
 // Steps over the character at *p when it is c: the second half of a
 // two-character operator.
@@ -65,7 +67,8 @@ uint32_t scan_token(expr_lexer *lexer) {
     lexer->token_text[0] = 0;
     const char16_t *p = lexer->pos;
     // Only blanks and tabs: a line feed left by a continuation is no white space here.
-    while (*p == u' ' || *p == u'\t') ++p;
+    while (*p == u' ' || *p == u'\t')
+        ++p;
     if (*p == 0) {
         lexer->pos = p;
         return TOK_END;
@@ -93,17 +96,39 @@ uint32_t scan_token(expr_lexer *lexer) {
     case u'|':
         token = step_over(&p, u'|') ? TOK_LOGICAL_OR : TOK_BIT_OR;
         break;
-    case u'%': token = TOK_MOD; break;
-    case u'(': token = TOK_LPAREN; break;
-    case u')': token = TOK_RPAREN; break;
-    case u'*': token = TOK_MUL; break;
-    case u'+': token = TOK_ADD; break;
-    case u'-': token = TOK_SUB; break;
-    case u'/': token = TOK_DIV; break;
-    case u'[': token = TOK_LBRACKET; break;
-    case u']': token = TOK_RBRACKET; break;
-    case u'^': token = TOK_BIT_XOR; break;
-    case u'~': token = TOK_COMPLEMENT; break;
+    case u'%':
+        token = TOK_MOD;
+        break;
+    case u'(':
+        token = TOK_LPAREN;
+        break;
+    case u')':
+        token = TOK_RPAREN;
+        break;
+    case u'*':
+        token = TOK_MUL;
+        break;
+    case u'+':
+        token = TOK_ADD;
+        break;
+    case u'-':
+        token = TOK_SUB;
+        break;
+    case u'/':
+        token = TOK_DIV;
+        break;
+    case u'[':
+        token = TOK_LBRACKET;
+        break;
+    case u']':
+        token = TOK_RBRACKET;
+        break;
+    case u'^':
+        token = TOK_BIT_XOR;
+        break;
+    case u'~':
+        token = TOK_COMPLEMENT;
+        break;
     case u'"':
     case u'\'':
         p = scan_string(lexer, p, c);

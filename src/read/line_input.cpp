@@ -31,7 +31,7 @@
 namespace {
 
 constexpr size_t CHUNK_BUFFER_BYTES = 8192;
-constexpr size_t FIRST_PIECE_BYTES = 510;  // even, so that UTF-16 units never split
+constexpr size_t FIRST_PIECE_BYTES = 510; // even, so that UTF-16 units never split
 constexpr uint32_t OEM_CODE_PAGE = 1;
 constexpr uint32_t UTF8_CODE_PAGE = 65001;
 
@@ -150,11 +150,11 @@ uint32_t read_line(os_handle handle, char16_t *buffer, size_t capacity, text_enc
         size_t piece = 0;
         result = read_file(handle, chunk.bytes + got, want - got, &piece);
         if (result != 0) return result;
-        const bool at_end = piece < want - got;  // nothing more to read
+        const bool at_end = piece < want - got; // nothing more to read
         got += piece;
         if (got == 0) return ERR_HANDLE_EOF;
         if (encoding < ENC_ANSI || encoding > ENC_UTF16LE) return ERR_READ_FAULT;
-        if (got < unit_size) return ERR_HANDLE_EOF;  // a lone byte behind the last line end
+        if (got < unit_size) return ERR_HANDLE_EOF; // a lone byte behind the last line end
         span = find_line_end(chunk.bytes, got / unit_size, unit_size);
         const bool complete = at_end || want == CHUNK_BYTES;
         // A CR as the last unit read may still be followed by an LF.

@@ -17,8 +17,8 @@ include_frame *current_frame = nullptr;
 
 namespace {
 
-constexpr size_t LINE_UNITS = 4096;  // a physical line holds at most 4095 characters
-constexpr size_t GROW_BYTES = 8192;  // logical lines grow in steps of this size
+constexpr size_t LINE_UNITS = 4096; // a physical line holds at most 4095 characters
+constexpr size_t GROW_BYTES = 8192; // logical lines grow in steps of this size
 // A makefile that includes itself would otherwise recurse until files or stack
 // run out; each level holds an open file and its buffers.
 constexpr uint32_t MAX_INCLUDE_DEPTH = 200;
@@ -48,7 +48,8 @@ void close_block(reader_state &r) {
 }
 
 const char16_t *skip_space(const char16_t *p) {
-    while (is_space(*p)) ++p;
+    while (is_space(*p))
+        ++p;
     return p;
 }
 
@@ -75,10 +76,12 @@ void read_physical_line(reader_state &r) {
         r.directive_pos = join_line(&r.directive_text, r.directive_pos, line);
         if (r.directive_pos != 0) return;
         char16_t *p = r.directive_text;
-        while (is_space(*p)) ++p;
+        while (is_space(*p))
+            ++p;
         if (*p != u'!') report(MSG_INTERNAL + FATAL, u"apple != apple");
         ++p;
-        while (is_space(*p)) ++p;
+        while (is_space(*p))
+            ++p;
         do_directive(p);
         return;
     }
@@ -92,7 +95,7 @@ void read_physical_line(reader_state &r) {
     r.logical_pos = join_line(&r.logical_text, r.logical_pos, line);
     if (r.logical_pos != 0) return;
     const char16_t *start = skip_space(r.logical_text);
-    if (!*start) return;  // a blank line neither ends a block nor does anything else
+    if (!*start) return; // a blank line neither ends a block nor does anything else
     if (is_space(r.logical_text[0])) {
         if (!r.block_targets) report(MSG_NO_TARGET + FATAL);
         command *c = add_command(start);
@@ -143,7 +146,8 @@ os_handle open_text_file(const char16_t *path) {
 
 void read_makefile(const char16_t *path) {
     uint32_t depth = 0;
-    for (const include_frame *f = current_frame; f; f = f->outer) ++depth;
+    for (const include_frame *f = current_frame; f; f = f->outer)
+        ++depth;
     if (depth == MAX_INCLUDE_DEPTH)
         report(MSG_USER_ERROR + FATAL, u"Makefiles included too deeply: more than 200 levels");
     const os_handle file = open_text_file(path);
@@ -181,7 +185,8 @@ void read_makefile(const char16_t *path) {
 size_t join_line(char16_t **buffer, size_t position, const char16_t *line) {
     const size_t full = str_len(line);
     size_t end = full;
-    while (end > 0 && is_space(line[end - 1])) --end;
+    while (end > 0 && is_space(line[end - 1]))
+        --end;
     const size_t need = 2 * (position + end) + 2;
     if (need > block_size(*buffer)) {
         const size_t grown = block_size(*buffer) + GROW_BYTES;
@@ -197,7 +202,7 @@ size_t join_line(char16_t **buffer, size_t position, const char16_t *line) {
             break;
         }
         if (c == u'^' && i + 1 < full) {
-            *out++ = line[++i];  // the escaped character may be a trimmed blank
+            *out++ = line[++i]; // the escaped character may be a trimmed blank
         } else if (c == u'^') {
             *out++ = u'\n';
             continued = true;
@@ -209,7 +214,8 @@ size_t join_line(char16_t **buffer, size_t position, const char16_t *line) {
         }
     }
     if (comment)
-        while (out > *buffer + position && is_space(out[-1])) --out;
+        while (out > *buffer + position && is_space(out[-1]))
+            --out;
     *out = 0;
     return continued ? static_cast<size_t>(out - *buffer) : 0;
 }

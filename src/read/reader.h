@@ -11,15 +11,15 @@
 
 // One per open makefile, innermost first through current_frame.
 struct include_frame {
-    include_frame *outer;  // frame of the including file; null for the outermost
-    char16_t *file_name;   // owned; the path read_makefile was given
-    uint32_t line_number;  // physical lines read so far
-    uint32_t cond_level;   // conditional level of this file
-    uint8_t skipping;      // nonzero inside an inactive conditional section
-    uint8_t *cond_stack;   // this file's own level bytes (see directive.cpp)
+    include_frame *outer; // frame of the including file; null for the outermost
+    char16_t *file_name;  // owned; the path read_makefile was given
+    uint32_t line_number; // physical lines read so far
+    uint32_t cond_level;  // conditional level of this file
+    uint8_t skipping;     // nonzero inside an inactive conditional section
+    uint8_t *cond_stack;  // this file's own level bytes (see directive.cpp)
 };
 
-extern include_frame *current_frame;  // null when no makefile is open
+extern include_frame *current_frame; // null when no makefile is open
 
 // Resolves name by the include search order and reads the file; failures are fatal.
 void include_file(const char16_t *name);
@@ -47,17 +47,17 @@ os_handle open_text_file(const char16_t *path);
 
 // Encoded line input.
 enum text_encoding : uint32_t {
-    ENC_UNKNOWN = 0,   // first bytes could not be read: refused
-    ENC_ANSI = 1,      // no mark: bytes in the caller's code page
-    ENC_OEM = 2,       // bytes in the OEM code page
-    ENC_UTF8_BOM = 3,  // EF BB BF
-    ENC_UTF8 = 4,      // UTF-8 without mark
-    ENC_UTF16LE = 5,   // FF FE
-    ENC_UTF16BE = 6,   // FE FF: refused
-    ENC_UTF32LE = 7,   // FF FE 00 00: refused
-    ENC_UTF32BE = 8,   // 00 00 FE FF: refused
+    ENC_UNKNOWN = 0,  // first bytes could not be read: refused
+    ENC_ANSI = 1,     // no mark: bytes in the caller's code page
+    ENC_OEM = 2,      // bytes in the OEM code page
+    ENC_UTF8_BOM = 3, // EF BB BF
+    ENC_UTF8 = 4,     // UTF-8 without mark
+    ENC_UTF16LE = 5,  // FF FE
+    ENC_UTF16BE = 6,  // FE FF: refused
+    ENC_UTF32LE = 7,  // FF FE 00 00: refused
+    ENC_UTF32BE = 8,  // 00 00 FE FF: refused
 };
-constexpr size_t CHUNK_BYTES = 8190;  // the most one read_line reads
+constexpr size_t CHUNK_BYTES = 8190; // the most one read_line reads
 
 text_encoding classify_bom(const uint8_t *bytes, size_t count);
 size_t bom_of_encoding(text_encoding encoding);
@@ -65,5 +65,5 @@ size_t bom_of_encoding(text_encoding encoding);
 text_encoding detect_encoding(os_handle handle);
 // Delivers the next line (without its line end) into buffer. Result 0, 14, 30,
 // 38 (end of file), 1113, or the code of a failed read or seek.
-uint32_t read_line(os_handle handle, char16_t *buffer, size_t capacity,
-                   text_encoding encoding, uint32_t code_page);
+uint32_t read_line(os_handle handle, char16_t *buffer, size_t capacity, text_encoding encoding,
+                   uint32_t code_page);

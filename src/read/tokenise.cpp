@@ -122,7 +122,7 @@ const char16_t *next_name(char16_t *text) {
     if (str_pbrk(word, u"*?") == nullptr) return word;
     // Each name found stands in the word's place: next_word does not move on
     // until the search is used up. A pattern matching nothing is the name itself.
-    const char16_t *find_data = nullptr;  // the name found, valid until the next call
+    const char16_t *find_data = nullptr; // the name found, valid until the next call
     find_handle = find_first(word, &find_data);
     if (find_handle == nullptr) return word;
     return find_data;

@@ -115,7 +115,8 @@ void make(int argc, char16_t **argv) {
     }
 
     if (opt_builtins) define_builtins();
-    for (void **w = macro_words; w && *w; ++w) parse_macro_line(static_cast<char16_t *>(*w));
+    for (void **w = macro_words; w && *w; ++w)
+        parse_macro_line(static_cast<char16_t *>(*w));
     first_target = nullptr;
 
     bool makefile_read = false;
@@ -129,7 +130,7 @@ void make(int argc, char16_t **argv) {
         include_file(u"makefile");
         makefile_read = true;
     }
-    if (aborted) return;  // the tables are simply left
+    if (aborted) return; // the tables are simply left
     if (opt_print) show_database();
     if (!makefile_read) {
         if (!opt_print) report(MSG_FILE_NOT_FOUND + FATAL, u"makefile");
@@ -137,7 +138,8 @@ void make(int argc, char16_t **argv) {
     }
 
     if (macro_words) {
-        for (void **w = macro_words; *w; ++w) parse_macro_line(static_cast<char16_t *>(*w));
+        for (void **w = macro_words; *w; ++w)
+            parse_macro_line(static_cast<char16_t *>(*w));
         if (!passed_macros) {
             for (void **w = macro_words; *w; ++w) {
                 passed_macros = list_add(passed_macros, str_dup(static_cast<char16_t *>(*w)));

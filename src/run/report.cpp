@@ -44,7 +44,7 @@ void show_message_args(os_handle stream, uint32_t id, const fmt_arg *args, size_
 
 void report_args(uint32_t code, const fmt_arg *args, size_t count) {
     const uint32_t id = code & MESSAGE_ID_MASK;
-    if (id == 0) return;  // callers may add a severity to a status that is 0
+    if (id == 0) return; // callers may add a severity to a status that is 0
     show_message(STREAM_ERR, MSG_PROGRAM, PROGRAM_WORD);
     if (current_frame)
         show_message(STREAM_ERR, MSG_POSITION, base_name(current_frame->file_name),
@@ -77,7 +77,9 @@ void *xrealloc(void *block, size_t size) {
     return moved;
 }
 
-size_t block_size(const void *block) { return block ? allocator_block_size(block) : 0; }
+size_t block_size(const void *block) {
+    return block ? allocator_block_size(block) : 0;
+}
 
 // Runs in signal context: it may only set the flag and write the text that
 // make_init prepared.

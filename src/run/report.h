@@ -14,12 +14,12 @@
 #include "messages.h"
 #include "platform/system.h"
 
-constexpr uint32_t FATAL = 0x8000;          // added to an id: the process ends after the text
-constexpr uint32_t WARNING = 0x80000000u;   // added to an id: severity warning
-constexpr uint32_t SEVERITY_ERROR = 0xC0000000u;     // both severity bits; no caller raises it
+constexpr uint32_t FATAL = 0x8000;               // added to an id: the process ends after the text
+constexpr uint32_t WARNING = 0x80000000u;        // added to an id: severity warning
+constexpr uint32_t SEVERITY_ERROR = 0xC0000000u; // both severity bits; no caller raises it
 constexpr uint32_t MESSAGE_ID_MASK = 0x20007FFF;
 
-extern uint32_t error_count;  // diagnostics of severity error so far
+extern uint32_t error_count; // diagnostics of severity error so far
 
 // Prints "TOLMEK: ", the position of the open makefile, the severity word(s)
 // and the text. Does not return when the fatal flag is set and the id is not 0.
@@ -46,7 +46,9 @@ size_t block_size(const void *block);
 template <class T> T *xalloc_array(size_t count) {
     return static_cast<T *>(xmalloc(count * sizeof(T)));
 }
-template <class T> T *xcalloc_record() { return static_cast<T *>(xcalloc(sizeof(T))); }
+template <class T> T *xcalloc_record() {
+    return static_cast<T *>(xcalloc(sizeof(T)));
+}
 
 // Action of the console interrupt: sets aborted and prints the abort line once.
 void on_console_break(int signal);

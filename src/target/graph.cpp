@@ -35,7 +35,8 @@ bool is_rule_name(const char16_t *name) {
 uint32_t list_count(ptr_list list) {
     uint32_t n = 0;
     if (list)
-        while (list[n]) ++n;
+        while (list[n])
+            ++n;
     return n;
 }
 
@@ -45,14 +46,15 @@ namespace {
 // every slot behind the terminator null, so their end can be found by halving.
 ptr_list clear_tail(ptr_list list, size_t count) {
     const size_t capacity = block_size(list) / ENTRY;
-    for (size_t i = count; i < capacity; ++i) list[i] = nullptr;
+    for (size_t i = count; i < capacity; ++i)
+        list[i] = nullptr;
     return list;
 }
 
 // The number of entries of a list made by list_add or list_merge: the entries
 // come first, then nothing but nulls.
 uint32_t count_entries(ptr_list list, size_t capacity) {
-    size_t low = 0, high = capacity - 1;  // list[high] is null: there is always a terminator
+    size_t low = 0, high = capacity - 1; // list[high] is null: there is always a terminator
     while (low < high) {
         const size_t middle = low + (high - low) / 2;
         if (list[middle])
@@ -85,14 +87,16 @@ ptr_list list_merge(ptr_list list, ptr_list other) {
     const uint32_t n = list_count(other) + 1;
     const uint32_t count = list_count(list);
     list = static_cast<ptr_list>(xrealloc(list, (count + n) * ENTRY));
-    for (uint32_t i = 0; i < n; ++i) list[count + i] = other[i];
+    for (uint32_t i = 0; i < n; ++i)
+        list[count + i] = other[i];
     return clear_tail(list, count + n);
 }
 
 uint32_t hash_name(const char16_t *name) {
     uint32_t mask = 0;
     if (!name || !name[0]) return 0;
-    for (size_t i = 0; name[i]; ++i) mask |= 1u << ((name[i] + name[i + 1]) & 31);
+    for (size_t i = 0; name[i]; ++i)
+        mask |= 1u << ((name[i] + name[i + 1]) & 31);
     return mask;
 }
 
@@ -104,7 +108,8 @@ constexpr char16_t bad_name_chars[] = u"\t\"'#$%+=";
 
 constexpr uint64_t mask_of(const char16_t *set) {
     uint64_t mask = 0;
-    for (; *set; ++set) mask |= 1ull << *set;
+    for (; *set; ++set)
+        mask |= 1ull << *set;
     return mask;
 }
 
@@ -122,8 +127,7 @@ void check_name(const char16_t *name) {
 target *find_target(const char16_t *name, uint32_t *out_hash) {
     check_name(name);
     if (out_hash) *out_hash = hash_name(name);
-    return find_indexed<target>(target_index, name,
-                                [](const target *t) { return t->file->name; });
+    return find_indexed<target>(target_index, name, [](const target *t) { return t->file->name; });
 }
 
 file_node *find_file(const char16_t *name, uint32_t *out_hash) {
@@ -186,7 +190,7 @@ void attach_to_targets(ptr_list targets, ptr_list dependents, ptr_list commands)
             else if (str_icmp(name, u".SUFFIXES") == 0)
                 suffix_target = t;
             else if (str_icmp(name, u".PHONY") == 0)
-                phony_target = t;  // saves a look-up for every time stamp read
+                phony_target = t; // saves a look-up for every time stamp read
             else if (str_icmp(name, u".DEFAULT") == 0)
                 default_target = t;
             if (!has_dependents) {

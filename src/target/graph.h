@@ -24,35 +24,35 @@ struct file_node {
     uint64_t time;    // stored time: 0 = not settled; above 0 = settled this run (the only memo)
     uint32_t hash;    // hash_name(name)
     uint8_t updating; // the update recursion is working on this name now (cycle guard)
-    struct target *owner;  // the target of this name, or null: find_target without a search
+    struct target *owner; // the target of this name, or null: find_target without a search
 };
 
 // One per distinct name that stood left of a colon (or that is predefined).
 struct target {
-    target *next;         // next older target
-    file_node *file;      // the node of the target's name; not owned
-    ptr_list dependents;  // of file_node, makefile order, duplicates kept; array owned
-    ptr_list commands;    // of command, shared with the other targets of a block; array owned
-    uint32_t hash;        // equals file->hash
-    uint8_t is_rule;      // the name has the form of an inference rule
-    target *next_rule;    // next older inference rule, when is_rule is set
+    target *next;        // next older target
+    file_node *file;     // the node of the target's name; not owned
+    ptr_list dependents; // of file_node, makefile order, duplicates kept; array owned
+    ptr_list commands;   // of command, shared with the other targets of a block; array owned
+    uint32_t hash;       // equals file->hash
+    uint8_t is_rule;     // the name has the form of an inference rule
+    target *next_rule;   // next older inference rule, when is_rule is set
 };
 
 // One per command line; owned by command_list.
 struct command {
-    command *next;              // next older command
-    char16_t *text;             // stored unexpanded, one 0xDFFF sentinel per <<
-    inline_file *inline_files;  // first inline file of this command, or null
+    command *next;             // next older command
+    char16_t *text;            // stored unexpanded, one 0xDFFF sentinel per <<
+    inline_file *inline_files; // first inline file of this command, or null
 };
 
 // Run tables of the graph.
-extern target *target_list;      // all targets and inference rules of the run
-extern file_node *file_list;     // all names that occurred as target or dependent
-extern command *command_list;    // all commands of the run
-extern target *first_target;     // built when no target is named
-extern target *suffix_target;    // the record of .SUFFIXES, or null
-extern target *phony_target;     // the record of .PHONY, or null
-extern target *default_target;   // the record of .DEFAULT, or null
+extern target *target_list;    // all targets and inference rules of the run
+extern file_node *file_list;   // all names that occurred as target or dependent
+extern command *command_list;  // all commands of the run
+extern target *first_target;   // built when no target is named
+extern target *suffix_target;  // the record of .SUFFIXES, or null
+extern target *phony_target;   // the record of .PHONY, or null
+extern target *default_target; // the record of .DEFAULT, or null
 // The inference rules of target_list, in the same order, so that the rule
 // search visits rules only. Part of the run's tables, saved with them.
 extern target *rule_list;

@@ -10,7 +10,9 @@
 
 namespace {
 
-bool is_separator(char16_t c) { return c == u'\\' || c == u'/'; }
+bool is_separator(char16_t c) {
+    return c == u'\\' || c == u'/';
+}
 
 // Tests the topath group at *cursor (behind its '{') against the stem's directory.
 bool fits_topath(const char16_t *stem, const char16_t **cursor) {
@@ -127,13 +129,13 @@ uint32_t apply_inference_to(target *t, file_node *node, const char16_t *name, bo
             set_automatic_macros(stem, u"", name, t);
             rc = run_commands(fallback->commands) ? UPDATE_BUILT : UPDATE_FAILED;
         } else if (t && !*extension && own == 0 && must_exist) {
-            rc = UPDATE_CURRENT;  // a target without extension, file or commands counts as done
+            rc = UPDATE_CURRENT; // a target without extension, file or commands counts as done
         } else if (own == 0 && must_exist) {
             report(MSG_CANNOT_MAKE + FATAL, name);
         }
     }
     free(stem);
-    check_name(name);  // the closing look-up of the node, which is known
+    check_name(name); // the closing look-up of the node, which is known
     if (file_node *f = node) {
         if (rc == UPDATE_BUILT && opt_no_exec)
             f->time = now_time;

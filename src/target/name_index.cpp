@@ -6,7 +6,8 @@ namespace {
 void place(name_index &index, uint32_t key, void *record) {
     const size_t mask = index.capacity - 1;
     size_t i = key & mask;
-    while (index.slots[i].key) i = (i + 1) & mask;
+    while (index.slots[i].key)
+        i = (i + 1) & mask;
     index.slots[i] = index_slot{key, record};
 }
 
@@ -37,7 +38,7 @@ void remove_indexed(name_index &index, const char16_t *name, const void *record)
     const size_t mask = index.capacity - 1;
     for (size_t i = key & mask; index.slots[i].key; i = (i + 1) & mask)
         if (index.slots[i].record == record) {
-            index.slots[i].record = nullptr;  // the key stays, so probes pass over it
+            index.slots[i].record = nullptr; // the key stays, so probes pass over it
             return;
         }
 }

@@ -13,20 +13,21 @@
 // One slot: the folded hash of a name and its record, side by side so that a
 // probe touches one cache line. A key with no record is a removed entry.
 struct index_slot {
-    uint32_t key;  // 0: the slot was never used
+    uint32_t key; // 0: the slot was never used
     void *record;
 };
 
 struct name_index {
-    index_slot *slots;  // open addressing, power-of-two capacity
-    size_t capacity;    // 0 while nothing was added
-    size_t count;       // slots in use, removed entries included
+    index_slot *slots; // open addressing, power-of-two capacity
+    size_t capacity;   // 0 while nothing was added
+    size_t count;      // slots in use, removed entries included
 };
 
 // Hash of a name with ASCII case folded, never 0.
 inline uint32_t fold_hash(const char16_t *name) {
     uint32_t h = 2166136261u;
-    for (; *name; ++name) h = (h ^ fold_char(*name)) * 16777619u;
+    for (; *name; ++name)
+        h = (h ^ fold_char(*name)) * 16777619u;
     return h ? h : 1;
 }
 

@@ -38,11 +38,13 @@ void show_macro(const macro *m, int width) {
 void show_database() {
     show_message(STREAM_OUT, MSG_MACROS_HEADING);
     const int width = width_of_names();
-    for (const macro *m = macro_list; m; m = m->next) show_macro(m, width);
+    for (const macro *m = macro_list; m; m = m->next)
+        show_macro(m, width);
     write_text(STREAM_OUT, u"\r\n", 0);
     show_message(STREAM_OUT, MSG_RULES_HEADING);
-    for (const target *t = rule_list; t; t = t->next_rule) show_target(t);
-    show_target(suffix_target);  // the suffix list closes the rules section
+    for (const target *t = rule_list; t; t = t->next_rule)
+        show_target(t);
+    show_target(suffix_target); // the suffix list closes the rules section
     write_text(STREAM_OUT, u"\r\n", 0);
     show_message(STREAM_OUT, MSG_TARGETS_HEADING);
     for (const target *t = target_list; t; t = t->next)

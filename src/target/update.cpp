@@ -30,7 +30,8 @@ progress_stack progress;
 
 [[noreturn]] void fail_cycle(const char16_t *name) {
     size_t first = progress.count;
-    while (first > progress.span_start && str_icmp(progress.names[first - 1], name) != 0) --first;
+    while (first > progress.span_start && str_icmp(progress.names[first - 1], name) != 0)
+        --first;
     char16_t *chain = str_dup(u"Dependency cycle:");
     for (size_t i = first ? first - 1 : 0; i < progress.count; ++i) {
         char16_t *longer = str_printf(u"%ls %ls ->", chain, progress.names[i]);
@@ -39,7 +40,7 @@ progress_stack progress;
     }
     char16_t *text = str_printf(u"%ls %ls", chain, name);
     report(MSG_USER_ERROR + FATAL, text);
-    exit_process(1);  // not reached
+    exit_process(1); // not reached
 }
 
 bool is_in_progress(const file_node *node, const char16_t *name) {
@@ -92,7 +93,7 @@ uint32_t update_known_target(target *t, const char16_t *name, bool must_exist) {
     bool failed = false;
     for (void **d = t->dependents; d && *d; ++d) {
         file_node *dep = static_cast<file_node *>(*d);
-        check_name(dep->name);  // the look-up that the node saves would warn
+        check_name(dep->name); // the look-up that the node saves would warn
         if (update_node(dep, dep->name, must_exist) == UPDATE_FAILED) {
             report(MSG_BUILD_FAILED + WARNING, dep->name);
             failed = true;
@@ -105,8 +106,7 @@ uint32_t update_known_target(target *t, const char16_t *name, bool must_exist) {
     const bool stale = opt_all || compare_time(newest, own) > 0;
     if (!t->commands || !t->commands[0]) {
         if (t->dependents && t->dependents[0])
-            return apply_inference_to(t, t->file, name, is_phony(name) ? false : must_exist,
-                                      stale);
+            return apply_inference_to(t, t->file, name, is_phony(name) ? false : must_exist, stale);
         t->file->time = now_time;
         return UPDATE_CURRENT;
     }
@@ -128,7 +128,9 @@ uint32_t update_known_target(target *t, const char16_t *name, bool must_exist) {
 
 } // namespace
 
-uint64_t target_time(const char16_t *name) { return is_phony(name) ? 0 : file_time(name); }
+uint64_t target_time(const char16_t *name) {
+    return is_phony(name) ? 0 : file_time(name);
+}
 
 bool touch_target(const char16_t *name) {
     show_message(STREAM_OUT, MSG_TOUCH, name);
@@ -161,7 +163,7 @@ uint32_t update_target(const char16_t *name, bool must_exist) {
 uint32_t update_node(file_node *f, const char16_t *name, bool must_exist) {
     if (f && compare_time(f->time, 0) > 0) return UPDATE_CURRENT;
     progress_guard guard(f, name);
-    check_name(name);  // the target look-up that the node's owner saves
+    check_name(name); // the target look-up that the node's owner saves
     target *t = f ? f->owner : nullptr;
     if (!t) return apply_inference_to(nullptr, f, name, must_exist, false);
     return update_known_target(t, name, must_exist);
@@ -173,7 +175,9 @@ size_t begin_update_span() {
     return saved;
 }
 
-void end_update_span(size_t saved) { progress.span_start = saved; }
+void end_update_span(size_t saved) {
+    progress.span_start = saved;
+}
 
 void set_automatic_macros(const char16_t *stem, const char16_t *source, const char16_t *name,
                           target *t) {

@@ -7,11 +7,11 @@
 
 // One per PROJECT statement, in file order.
 struct project {
-    project *next;          // next project in file order
-    char16_t *path;         // owned; absolute path of the project's makefile
-    ptr_list dependencies;  // of project: built first; entries not owned
-    uint8_t visited;        // built (set behind its dependencies)
-    uint8_t in_progress;    // its dependencies are being built now (cycle guard)
+    project *next;         // next project in file order
+    char16_t *path;        // owned; absolute path of the project's makefile
+    ptr_list dependencies; // of project: built first; entries not owned
+    uint8_t visited;       // built (set behind its dependencies)
+    uint8_t in_progress;   // its dependencies are being built now (cycle guard)
 };
 
 // Appends a project; takes ownership of path.

@@ -9,7 +9,8 @@
 
 void add_project(project **head, char16_t *path) {
     project **link = head;
-    while (*link) link = &(*link)->next;
+    while (*link)
+        link = &(*link)->next;
     project *p = xcalloc_record<project>();
     p->path = path;
     *link = p;
@@ -55,12 +56,14 @@ void build_project(project *p) {
     char16_t *saved = enter_project_dir(p->path);
     char16_t *arguments[4] = {str_dup(u"make"), str_dup(u"-f"), str_dup(p->path), nullptr};
     nested_make(3, arguments);
-    for (char16_t *a : arguments) free(a);
+    for (char16_t *a : arguments)
+        free(a);
     leave_project_dir(saved);
 }
 
 void build_projects(project **head) {
-    for (project *p = *head; p; p = p->next) build_project(p);
+    for (project *p = *head; p; p = p->next)
+        build_project(p);
     while (project *p = *head) {
         *head = p->next;
         free(p->path);

@@ -20,7 +20,7 @@ constexpr size_t LINE_UNITS = 4096;
 
 [[noreturn]] void fail_syntax() {
     report(MSG_WORKSPACE_SYNTAX + FATAL);
-    exit_process(1);  // not reached
+    exit_process(1); // not reached
 }
 
 // Turns a name word into an absolute path; strips a second pair of quotes.
@@ -30,13 +30,17 @@ char16_t *resolve_name(char16_t *word, const char16_t *workspace_dir) {
         char16_t *last = str_rchr(word + 1, quote);
         if (last) {
             char16_t *start = word + 1;
-            while (*start == u' ') ++start;
+            while (*start == u' ')
+                ++start;
             char16_t *end = last;
-            while (end > start && end[-1] == u' ') --end;
+            while (end > start && end[-1] == u' ')
+                --end;
             // Text behind the closing quote stays, joined to the name.
             size_t n = 0;
-            for (const char16_t *p = start; p < end; ++p) word[n++] = *p;
-            for (const char16_t *p = last + 1; *p; ++p) word[n++] = *p;
+            for (const char16_t *p = start; p < end; ++p)
+                word[n++] = *p;
+            for (const char16_t *p = last + 1; *p; ++p)
+                word[n++] = *p;
             word[n] = 0;
         }
     }
@@ -48,7 +52,7 @@ struct workspace_reader {
     int state = 0;
     const char16_t *workspace_dir = nullptr;
     project *projects = nullptr;
-    char16_t *first_name = nullptr;  // lasts for one line only
+    char16_t *first_name = nullptr; // lasts for one line only
 };
 
 void feed_word(workspace_reader &w, char16_t *word) {
@@ -117,7 +121,8 @@ void read_workspace(const char16_t *name) {
     uint32_t result;
     while ((result = read_line(file, line, LINE_UNITS, encoding, 0)) == 0) {
         char16_t *start = line;
-        while (is_space(*start)) ++start;
+        while (is_space(*start))
+            ++start;
         if (!*start || *start == u'#') continue;
         w.first_name = nullptr;
         for (char16_t *word = next_word(start); word; word = next_word(nullptr))

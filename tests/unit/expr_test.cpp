@@ -34,9 +34,9 @@ std::u16string repeat(const std::u16string &part, size_t count) {
 
 const char *token_name(uint32_t token) {
     static const char *const names[] = {
-        "INV", "NUM", "STR",    "NOT", "COMPL", "MUL", "DIV", "MOD",     "ADD",   "SUB",
-        "SHL", "SHR", "LT",     "LE",  "GT",    "GE",  "EQ",  "NE",      "ANDAND", "AND",
-        "XOR", "OROR", "OR",    "LP",  "RP",    "LB",  "RB",  "DEFINED", "EXIST", "END",
+        "INV", "NUM",  "STR", "NOT", "COMPL", "MUL", "DIV", "MOD",     "ADD",    "SUB",
+        "SHL", "SHR",  "LT",  "LE",  "GT",    "GE",  "EQ",  "NE",      "ANDAND", "AND",
+        "XOR", "OROR", "OR",  "LP",  "RP",    "LB",  "RB",  "DEFINED", "EXIST",  "END",
     };
     return token < sizeof names / sizeof names[0] ? names[token] : "?";
 }
@@ -106,7 +106,8 @@ TEST(ExprLexer, SplitsConditionsIntoTokens) {
         {u"00x1", "[NUM 00][INV][NUM 1][END]"},
         {u"1.5", "[NUM 1][INV][NUM 5][END]"},
         {u"1-2", "[NUM 1][SUB][NUM 2][END]"},
-        {repeat(u"1", 300), "[NUM " + std::string(255, '1') + "][NUM " + std::string(45, '1') + "][END]"},
+        {repeat(u"1", 300),
+         "[NUM " + std::string(255, '1') + "][NUM " + std::string(45, '1') + "][END]"},
         {u"0x" + repeat(u"f", 254), "[NUM 0x" + std::string(253, 'f') + "][INV][END]"},
         // Keywords: any case, and only in front of '(', a blank or a tab.
         {u"DEFINED(X)", "[DEFINED][LP][INV][RP][END]"},
@@ -127,7 +128,8 @@ TEST(ExprLexer, SplitsConditionsIntoTokens) {
         {u"1\n2", "[NUM 1][INV][NUM 2][END]"},
         {u"\r\v\f\x7F", "[INV][INV][INV][INV][END]"},
         {u"\u00C5\u00E4 \u3042", "[INV][INV][INV][END]"},
-        {u"#$,.:;?@\\_`{}", "[INV][INV][INV][INV][INV][INV][INV][INV][INV][INV][INV][INV][INV][END]"},
+        {u"#$,.:;?@\\_`{}",
+         "[INV][INV][INV][INV][INV][INV][INV][INV][INV][INV][INV][INV][INV][END]"},
         {u"abc", "[INV][INV][INV][END]"},
     };
     for (const token_row &row : rows)
@@ -428,7 +430,8 @@ class ExprExist : public ::testing::Test {
 
     void TearDown() override { std::filesystem::remove_all(dir); }
 
-    bool eval(const std::u16string &before, const std::u16string &path, const std::u16string &after) {
+    bool eval(const std::u16string &before, const std::u16string &path,
+              const std::u16string &after) {
         return eval_condition((before + base + path + after).c_str()) != 0;
     }
 };
@@ -471,9 +474,7 @@ class ExprCommand : public ::testing::Test {
     void TearDown() override { std::filesystem::remove_all(dir); }
 
     // A command that leaves a file behind, so that a test sees it ran.
-    std::u16string mark_command(const char *name) {
-        return u"echo x> " + (dir / name).u16string();
-    }
+    std::u16string mark_command(const char *name) { return u"echo x> " + (dir / name).u16string(); }
     bool ran(const char *name) { return std::filesystem::exists(dir / name); }
 };
 

@@ -50,7 +50,8 @@ TEST(PtrList, AddKeepsOrderAndTerminator) {
         ASSERT_EQ(list[i + 1], nullptr);
         ASSERT_GE(block_size(list) / sizeof(void *), static_cast<size_t>(i + 2));
     }
-    for (int i = 0; i < 100; ++i) EXPECT_EQ(list[i], &values[i]);
+    for (int i = 0; i < 100; ++i)
+        EXPECT_EQ(list[i], &values[i]);
     free(list);
 }
 
@@ -67,7 +68,7 @@ TEST(PtrList, MergeCopiesAndLeavesOtherAlone) {
     EXPECT_EQ(list[1], &b);
     EXPECT_EQ(list[2], &c);
     EXPECT_EQ(other[0], &b);
-    list = list_add(list, &a);  // an exactly full block grows again
+    list = list_add(list, &a); // an exactly full block grows again
     EXPECT_EQ(list_count(list), 4u);
     free(list);
 }
@@ -75,7 +76,7 @@ TEST(PtrList, MergeCopiesAndLeavesOtherAlone) {
 TEST(HashName, IsBlindToAsciiCaseOnly) {
     EXPECT_EQ(hash_name(u""), 0u);
     EXPECT_EQ(hash_name(nullptr), 0u);
-    EXPECT_EQ(hash_name(u"A"), 1u << 1);  // (65 + 0) & 31
+    EXPECT_EQ(hash_name(u"A"), 1u << 1); // (65 + 0) & 31
     EXPECT_EQ(hash_name(u"Foo.OBJ"), hash_name(u"foo.obj"));
     EXPECT_NE(hash_name(u"ab"), hash_name(u"ac"));
 }
@@ -84,7 +85,7 @@ TEST_F(GraphTest, NamesAreOneNodeWhateverTheirCase) {
     file_node *a = add_file(u"Foo.OBJ");
     EXPECT_EQ(add_file(u"foo.obj"), a);
     EXPECT_EQ(to_utf8(a->name), "Foo.OBJ");
-    EXPECT_NE(add_file(u"\u00c5.obj"), add_file(u"\u00e5.obj"));  // no fold above ASCII
+    EXPECT_NE(add_file(u"\u00c5.obj"), add_file(u"\u00e5.obj")); // no fold above ASCII
     target *t = add_target(u"FOO.obj");
     EXPECT_EQ(t->file, a);
     EXPECT_EQ(t->hash, a->hash);
@@ -106,9 +107,9 @@ TEST_F(GraphTest, RuleNamesAreDecidedOnce) {
         const char16_t *name;
         bool rule;
     } rows[] = {
-        {u".c.obj", true},   {u".a-b.c", true},     {u"{src}.c.obj", true}, {u"{", true},
-        {u".SUFFIXES", false}, {u".PHONY", false},  {u".\\foo.exe", false}, {u"..\\foo.exe", false},
-        {u".", false},       {u".-a.b", false},     {u"a.c.obj", false},    {u".c", false},
+        {u".c.obj", true},     {u".a-b.c", true},  {u"{src}.c.obj", true}, {u"{", true},
+        {u".SUFFIXES", false}, {u".PHONY", false}, {u".\\foo.exe", false}, {u"..\\foo.exe", false},
+        {u".", false},         {u".-a.b", false},  {u"a.c.obj", false},    {u".c", false},
     };
     for (const row &r : rows)
         EXPECT_EQ(add_target(r.name)->is_rule != 0, r.rule) << to_utf8(r.name);
@@ -123,7 +124,7 @@ TEST_F(GraphTest, DependentsAddUpAndTheLastCommandsWin) {
     attach_to_targets(targets.get(), deps_c.get(), cmds_two.get());
     EXPECT_EQ(show(a), "a: b c | two");
     attach_to_targets(targets.get(), deps_b.get(), nullptr);
-    EXPECT_EQ(show(a), "a: b c b | two");  // no commands: the old ones stay
+    EXPECT_EQ(show(a), "a: b c b | two"); // no commands: the old ones stay
 }
 
 TEST_F(GraphTest, SharedCommandsSurviveAReplacement) {
@@ -179,7 +180,7 @@ TEST_F(GraphTest, ReleaseLeavesEmptyLists) {
     EXPECT_EQ(target_list, nullptr);
     EXPECT_EQ(file_list, nullptr);
     EXPECT_EQ(command_list, nullptr);
-    make_free();  // a second call does nothing
+    make_free(); // a second call does nothing
 }
 
 } // namespace

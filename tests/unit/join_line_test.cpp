@@ -43,15 +43,16 @@ TEST(JoinLine, SingleLines) {
         {u"a#b", "a"},
         {u"a ^# b", "a # b"},
         {u"a ^^ b", "a ^ b"},
-        {u"a ^\\", "a \\"},         // an escaped backslash continues nothing
-        {u"x^ ", "x "},             // a caret escapes the blank trimmed off the end
-        {u"x^   ", "x "},           // ... and only that one
-        {u"a \\ # b", "a \\"},      // a backslash before a comment continues nothing
-        {u"\"#\" quoted", "\""},    // quotes do not protect a number sign
+        {u"a ^\\", "a \\"},      // an escaped backslash continues nothing
+        {u"x^ ", "x "},          // a caret escapes the blank trimmed off the end
+        {u"x^   ", "x "},        // ... and only that one
+        {u"a \\ # b", "a \\"},   // a backslash before a comment continues nothing
+        {u"\"#\" quoted", "\""}, // quotes do not protect a number sign
         {u"", ""},
         {u"   ", ""},
     };
-    for (const row &r : rows) EXPECT_EQ(join({r.line}), r.logical) << to_utf8(r.line);
+    for (const row &r : rows)
+        EXPECT_EQ(join({r.line}), r.logical) << to_utf8(r.line);
 }
 
 TEST(JoinLine, Continuation) {
@@ -59,11 +60,11 @@ TEST(JoinLine, Continuation) {
     EXPECT_EQ(join({u"a \\", u"   b"}, &used), "a     b");
     EXPECT_EQ(used, 2u);
     EXPECT_EQ(join({u"a\\", u"b"}), "a b");
-    EXPECT_EQ(join({u"a \\   ", u"b"}), "a  b");  // trailing blanks do not stop a backslash
-    EXPECT_EQ(join({u"one^", u"two"}), "one\ntwo");  // a final caret stores a line feed
+    EXPECT_EQ(join({u"a \\   ", u"b"}), "a  b");    // trailing blanks do not stop a backslash
+    EXPECT_EQ(join({u"one^", u"two"}), "one\ntwo"); // a final caret stores a line feed
     EXPECT_EQ(join({u"a \\", u"b \\", u"c"}), "a  b  c");
-    EXPECT_EQ(join({u"a \\", u""}), "a  ");  // a blank line ends it, trailing blank kept
-    EXPECT_EQ(join({u"a \\", u"# x \\", u"b"}), "a  ");  // a comment line adds nothing and ends it
+    EXPECT_EQ(join({u"a \\", u""}), "a  ");             // a blank line ends it, trailing blank kept
+    EXPECT_EQ(join({u"a \\", u"# x \\", u"b"}), "a  "); // a comment line adds nothing and ends it
     EXPECT_EQ(join({u"a \\"}), "a  <pending>");
 }
 
@@ -77,7 +78,8 @@ TEST(JoinLine, LongLinesGrowTheBufferInSteps) {
     std::u16string line(4095, u'x');
     line.back() = u'\\';
     size_t position = 0;
-    for (int i = 0; i < 5; ++i) position = join_line(&buffer, position, line.c_str());
+    for (int i = 0; i < 5; ++i)
+        position = join_line(&buffer, position, line.c_str());
     EXPECT_EQ(position, 5u * 4095u);
     EXPECT_GE(block_size(buffer), 2 * position + 2);
     EXPECT_EQ(join_line(&buffer, position, u"end"), 0u);

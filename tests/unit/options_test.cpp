@@ -12,14 +12,14 @@
 namespace {
 
 // Splits text and shows the words as "[a][b c]".
-std::string split(const std::u16string &text, uint32_t *count = nullptr,
-                  size_t *slots = nullptr) {
+std::string split(const std::u16string &text, uint32_t *count = nullptr, size_t *slots = nullptr) {
     std::u16string copy = text;
     uint32_t n = 0;
     char16_t **vector = nullptr;
     split_command_line(copy.data(), &n, &vector);
     std::string shown;
-    for (uint32_t i = 0; i < n; ++i) shown += "[" + to_utf8(vector[i]) + "]";
+    for (uint32_t i = 0; i < n; ++i)
+        shown += "[" + to_utf8(vector[i]) + "]";
     EXPECT_EQ(vector[n], nullptr);
     if (count) *count = n;
     if (slots) *slots = block_size(vector) / sizeof(char16_t *);
@@ -45,10 +45,11 @@ TEST(SplitCommandLine, Words) {
         {u"", ""},
         {u" \t  ", ""},
         {u"\ta\t\tb ", "[a][b]"},
-        {u"a\nb", "[a\nb]"},  // only space and tab are blanks
+        {u"a\nb", "[a\nb]"}, // only space and tab are blanks
         {u"\"\"", ""},
     };
-    for (const row &r : rows) EXPECT_EQ(split(r.text), r.words) << to_utf8(r.text);
+    for (const row &r : rows)
+        EXPECT_EQ(split(r.text), r.words) << to_utf8(r.text);
 }
 
 TEST(SplitCommandLine, VectorGrowsByEightKeepingRoomForTheTerminator) {
@@ -70,7 +71,8 @@ struct parsed {
 
 std::vector<std::string> list_words(ptr_list list) {
     std::vector<std::string> out;
-    for (void **p = list; p && *p; ++p) out.push_back(to_utf8(static_cast<char16_t *>(*p)));
+    for (void **p = list; p && *p; ++p)
+        out.push_back(to_utf8(static_cast<char16_t *>(*p)));
     free(list);
     return out;
 }
@@ -134,9 +136,8 @@ TEST(ParseOptionsDeath, BadLettersAreFatalAsTyped) {
         const char16_t *line;
         const char *letter;
     } rows[] = {
-        {u"/F", "F"},        {u"/f", "f"},       {u"/FN x", "F"},  {u"--x", "-"},
-        {u"/usr/x", "u"},    {u"/nologox", "o"}, {u"/X /?", "X"},  {u"-z", "z"},
-        {u"/NW", "W"},       {u"/Fx y", "F"},
+        {u"/F", "F"},       {u"/f", "f"},    {u"/FN x", "F"}, {u"--x", "-"}, {u"/usr/x", "u"},
+        {u"/nologox", "o"}, {u"/X /?", "X"}, {u"-z", "z"},    {u"/NW", "W"}, {u"/Fx y", "F"},
     };
     for (const row &r : rows) {
         const std::string expected =
@@ -146,11 +147,7 @@ TEST(ParseOptionsDeath, BadLettersAreFatalAsTyped) {
 }
 
 TEST(ParseOptionsDeath, QuestionMarkPrintsUsageAndEndsWithOne) {
-    EXPECT_EXIT(
-        {
-            parse(u"/N /?");
-        },
-        testing::ExitedWithCode(1), "");
+    EXPECT_EXIT({ parse(u"/N /?"); }, testing::ExitedWithCode(1), "");
 }
 
 } // namespace

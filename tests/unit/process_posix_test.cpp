@@ -206,7 +206,7 @@ class Dispatch : public testing::Test {
     char16_t *saved_dir = nullptr;
 
     void SetUp() override {
-        opt_env = 1;  // as at the start of a process
+        opt_env = 1; // as at the start of a process
         saved_comspec = get_env(u"COMSPEC");
         saved_dir = current_dir();
         std::string log = (s.dir / "log.txt").string();

@@ -28,4 +28,6 @@ inline std::string to_utf8(const char16_t *text) {
     return out;
 }
 
-inline std::string to_utf8(const std::u16string &text) { return to_utf8(text.c_str()); }
+inline std::string to_utf8(const std::u16string &text) {
+    return to_utf8(text.c_str());
+}
