@@ -215,6 +215,13 @@ bool run_fault_scope(void (*body)(void *), void *arg, fault_record *fault) {
     // Without a thread of its own (the address space may be limited), the work
     // runs here, on the stack it has.
     if (!started) return run_scope_here(body, arg, fault);
+    // Console interrupts go to the worker from here on, so that the flag is set
+    // by the time the wait for a child that was interrupted with it returns.
+    sigset_t interrupts;
+    sigemptyset(&interrupts);
+    sigaddset(&interrupts, SIGINT);
+    sigaddset(&interrupts, SIGHUP);
+    pthread_sigmask(SIG_BLOCK, &interrupts, nullptr);
     pthread_join(worker, nullptr);
     return call.returned;
 }
