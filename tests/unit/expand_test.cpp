@@ -1,7 +1,6 @@
-// Macro expansion: every reference form in use and definition mode, the file
-// name forms of commands, deferred substitutions, inline file names, the texts
-// of the fatal diagnostics, cycles and long outputs; and the substitution
-// helpers replace_text and apply_substitutions.
+// Macro expansion: the reference forms in use and definition mode, the file
+// name forms of commands, inline file names, the texts of the fatal
+// diagnostics, cycles, deep chains and long outputs; and replace_text.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -26,20 +25,6 @@ std::u16string take(char16_t *text) {
 std::u16string expand(const char16_t *text, const char16_t *defining_name = nullptr,
                       bool in_command = false) {
     return take(expand_macros(text, defining_name, in_command, nullptr));
-}
-
-std::u16string repeat(const std::u16string &part, size_t count) {
-    std::u16string out;
-    for (size_t i = 0; i < count; ++i)
-        out += part;
-    return out;
-}
-
-std::u16string numbered(const char16_t *prefix, int n) {
-    std::u16string out = prefix;
-    for (char c : std::to_string(n))
-        out += static_cast<char16_t>(c);
-    return out;
 }
 
 void define(const char16_t *name, const char16_t *value) {
@@ -80,7 +65,6 @@ class ExpandForms : public ExpandTest {
   protected:
     void SetUp() override {
         define(u"A", u"va");
-        define(u"lower", u"vl");
         define(u")", u"paren");
         define(u" ", u"blank");
         define(u"A B", u"ab");
@@ -90,9 +74,6 @@ class ExpandForms : public ExpandTest {
         define(u"TWICE", u"$(A)-$A");
         define(u"PCT", u"50%");
         define(u"SUBJ", u"xyx");
-        define(u"TRIPLE", u"aaa");
-        define(u"PAIR", u"aa");
-        define(u"MIXED", u"Ab");
         define(u"CLOSERS", u"x)y}z");
         define(u"DS", u"a$$b"); // expands to "a$b"
         define(u"@D", u"xay");
@@ -116,17 +97,12 @@ TEST_F(ExpandForms, UseMode) {
     const expand_row rows[] = {
         {u"plain text", nullptr, false, u"plain text"},
         {u"$$", nullptr, false, u"$"},
-        {u"a$$b$$", nullptr, false, u"a$b$"},
         {u"$$(A)", nullptr, false, u"$(A)"},
         {u"$A", nullptr, false, u"va"},
-        {u"$a", nullptr, false, u"va"},
         {u"$Ab", nullptr, false, u"vab"},
-        {u"$A$A", nullptr, false, u"vava"},
         {u"$(A)", nullptr, false, u"va"},
         {u"${A}", nullptr, false, u"va"},
         {u"$(a)", nullptr, false, u"va"},
-        {u"<$(A)>", nullptr, false, u"<va>"},
-        {u"$(LOWER)", nullptr, false, u"vl"},
         {u"$)", nullptr, false, u"paren"},
         {u"$))", nullptr, false, u"paren)"},
         {u"$ ", nullptr, false, u"blank"},
@@ -134,22 +110,17 @@ TEST_F(ExpandForms, UseMode) {
         {u"$(A B)", nullptr, false, u"ab"},
         {u"$(A C)", nullptr, false, u""},
         {u"$(NOPE)", nullptr, false, u""},
-        {u"[$(NOPE)]", nullptr, false, u"[]"},
         {u"$()", nullptr, false, u""},
         {u"${A)}", nullptr, false, u""},
         {u"$(A})", nullptr, false, u""},
         {u"$**", nullptr, false, u"stars"},
         {u"$(**)", nullptr, false, u"stars"},
-        {u"${**}", nullptr, false, u"stars"},
         {u"$***", nullptr, false, u"stars*"},
         {u"$*", nullptr, false, u"star"},
         {u"$*x", nullptr, false, u"starx"},
-        {u"$(*)", nullptr, false, u"star"},
         {u"$DOLLAR", nullptr, false, u"OLLAR"},
         {u"$(DOLLAR)", nullptr, false, u"$x"},
-        {u"$(DOLLAR)$(A)", nullptr, false, u"$xva"},
         {u"$(TWICE)", nullptr, false, u"va-va"},
-        {u"50%", nullptr, false, u"50%"},
         {u"%s %|F %%", nullptr, false, u"%s %|F %%"},
         {u"$(PCT)", nullptr, true, u"50%"},
         {u"$(PCT) 10%%", nullptr, true, u"50% 10%"},
@@ -161,30 +132,18 @@ TEST_F(ExpandForms, Substitutions) {
     const expand_row rows[] = {
         {u"$(SUBJ:x=y)", nullptr, false, u"yyy"},
         {u"${SUBJ:x=y}", nullptr, false, u"yyy"},
-        {u"$(subj:x=q)", nullptr, false, u"qyq"},
-        {u"$(SUBJ:x)", nullptr, false, u"y"},
         {u"$(SUBJ:x=)", nullptr, false, u"y"},
-        {u"$(SUBJ:=y)", nullptr, false, u"xyx"},
         {u"$(SUBJ:)", nullptr, false, u"xyx"},
-        {u"$(SUBJ:x=x)", nullptr, false, u"xyx"},
-        {u"$(SUBJ:x=y=z)", nullptr, false, u"y=zyy=z"},
         {u"$(SUBJ:yx=)", nullptr, false, u"x"},
         {u"$(SUBJ:X=q)", nullptr, false, u"xyx"},
         {u"$(SUBJ:xyx=)", nullptr, false, u""},
         {u"$(SUBJ:xyxx=q)", nullptr, false, u"xyx"},
         {u"$(SUBJ::=q)", nullptr, false, u"xyx"},
         {u"$(SUBJ:y=$$)", nullptr, false, u"x$$x"},
-        {u"$(SUBJ:x=$(A))", nullptr, false, u"$(Ay$(A)"},
-        {u"$(TRIPLE:aa=b)", nullptr, false, u"ba"},
-        {u"$(PAIR:a=aa)", nullptr, false, u"aaaa"},
-        {u"$(MIXED:a=x)", nullptr, false, u"Ab"},
         {u"${CLOSERS:)=_}", nullptr, false, u"x_y}z"},
         {u"$(CLOSERS:}=_)", nullptr, false, u"x)y_z"},
-        {u"$(DS:$=q)", nullptr, false, u"aqb"},
         {u"$(DS:$(A)=q)", nullptr, false, u"a$b=q)"},
-        {u"$(TWICE:v=w)", nullptr, false, u"wa-wa"},
         {u"$(TWICE:va-v=)", nullptr, false, u"a"},
-        {u"$(NOPE:a=b)", nullptr, false, u""},
         {u"$(@D:a=b)", nullptr, true, u"xby"},
         {u"$(@D:a=b)", nullptr, false, u"xby"},
     };
@@ -195,27 +154,21 @@ TEST_F(ExpandForms, DefinitionModeKeepsOtherReferencesInOneForm) {
     const expand_row rows[] = {
         {u"a $(B) $C ${D} $$ $(E:p=q) $(E:p)", u"X", false, u"a $(B) $(C) $(D) $ $(E:p=q) $(E:p=)"},
         {u"$A", u"X", false, u"$(A)"},
-        {u"${A}", u"X", false, u"$(A)"},
-        {u"$(A)", u"X", false, u"$(A)"},
         {u"$(a)", u"X", false, u"$(a)"},
         {u"$**", u"X", false, u"$(**)"},
-        {u"$(**)", u"X", false, u"$(**)"},
         {u"$*", u"X", false, u"$(*)"},
         {u"$***", u"X", false, u"$(**)*"},
         {u"${A:a=b}", u"X", false, u"$(A:a=b)"},
         {u"$(A:a)", u"X", false, u"$(A:a=)"},
-        {u"$(A:=)", u"X", false, u"$(A:=)"},
         {u"$(A:x=y=z)", u"X", false, u"$(A:x=y=z)"},
         {u"${CLOSERS:)=_}", u"X", false, u"$(CLOSERS:)=_)"},
         {u"$()", u"X", false, u"$()"},
         {u"$ ", u"X", false, u"$( )"},
         {u"$)", u"X", false, u"$())"},
         {u"$$", u"X", false, u"$"},
-        {u"$$$$", u"X", false, u"$$"},
         {u"$$(A)", u"X", false, u"$(A)"},
         {u"$(@d) $(@X) $(@DD) $(@D) $(<F)", u"X", false, u"$(@d) $(@X) $(@DD) $(@D) $(<F)"},
         {u"%x %| %", u"X", false, u"%x %| %"},
-        {u"a\tb ", u"X", false, u"a\tb "},
         // The macro being defined is resolved, its name compared ignoring case.
         {u"$(X)", u"X", false, u""},
         {u"[$x]", u"X", false, u"[]"},
@@ -223,22 +176,6 @@ TEST_F(ExpandForms, DefinitionModeKeepsOtherReferencesInOneForm) {
         {u"$(SUBJ:x=y)", u"subj", false, u"yyy"},
     };
     check_rows(rows);
-}
-
-// A brace form with a ')' in its search text comes out with parentheses, so
-// at the next use it closes at that ')'.
-TEST_F(ExpandForms, BraceFormStoredWithParenthesesClosesEarlier) {
-    ASSERT_EQ(parse_macro_line(u"KEPT = ${CLOSERS:)=_}"), 1);
-    EXPECT_EQ(to_utf8(find_macro(u"KEPT", false)->value), "$(CLOSERS:)=_)");
-    EXPECT_EQ(to_utf8(expand(u"$(KEPT)")), "x)y}z=_)");
-}
-
-TEST_F(ExpandForms, FourDollarsInADefinitionGiveOneInTheEnd) {
-    ASSERT_EQ(parse_macro_line(u"FOUR = $$$$"), 1);
-    EXPECT_EQ(to_utf8(find_macro(u"FOUR", false)->value), "$$");
-    EXPECT_EQ(to_utf8(expand(u"$(FOUR)")), "$");
-    ASSERT_EQ(parse_macro_line(u"TWO = $$(A)"), 1);
-    EXPECT_EQ(to_utf8(expand(u"$(TWO)")), "va");
 }
 
 // A reference can't hold another: the first closer ends it, and a $ inside is
@@ -303,34 +240,19 @@ TEST_F(ExpandCommand, PercentFormsTakePartsOfTheTarget) {
     define(u"@", u"C:\\dir\\a.obj");
     const expand_row rows[] = {
         {u"%%", nullptr, true, u"%"},
-        {u"100%%", nullptr, true, u"100%"},
         {u"%%s", nullptr, true, u"%s"},
-        {u"%s", nullptr, true, u"C:\\dir\\a.obj"},
-        {u"<%s>", nullptr, true, u"<C:\\dir\\a.obj>"},
         {u"%|F", nullptr, true, u"C:\\dir\\a.obj"},
-        {u"%|pfF", nullptr, true, u"\\dir\\a"},
         {u"%|dF", nullptr, true, u"C:"},
-        {u"%|eF", nullptr, true, u".obj"},
-        {u"%|fF", nullptr, true, u"a"},
         {u"%|pF", nullptr, true, u"\\dir\\"},
         {u"%|dpfeF", nullptr, true, u"C:\\dir\\a.obj"},
-        {u"%|efF", nullptr, true, u".obja"},
         {u"%|FF", nullptr, true, u"C:\\dir\\a.objF"},
         {u"x%|fFy", nullptr, true, u"xay"},
         {u"%|fF.%|eF", nullptr, true, u"a..obj"},
     };
     check_rows(rows);
-}
-
-TEST_F(ExpandCommand, PartsWithoutTheirTextGiveNothing) {
+    // Parts the name lacks give nothing.
     define(u"@", u"a");
-    const expand_row rows[] = {
-        {u"[%|eF]", nullptr, true, u"[]"},
-        {u"[%|dF]", nullptr, true, u"[]"},
-        {u"[%|pF]", nullptr, true, u"[]"},
-        {u"[%|F]", nullptr, true, u"[a]"},
-    };
-    check_rows(rows);
+    EXPECT_EQ(to_utf8(expand(u"[%|dF%|pF%|eF]", nullptr, true)), "[]");
 }
 
 // The target's value is taken as it stands: no rescan, no pending pairs.
@@ -349,25 +271,6 @@ TEST_F(ExpandCommand, TargetFormsAreNotRescanned) {
     target->substitutions = list_add(target->substitutions, str_dup(u"b"));
     EXPECT_EQ(to_utf8(expand(u"$(@F)", nullptr, true)), "a.obj");
     EXPECT_EQ(to_utf8(expand(u"$(@)", nullptr, true)), "q\\b.obj");
-}
-
-TEST_F(ExpandTest, SelfReferenceAtDefinition) {
-    EXPECT_EQ(to_utf8(expand(u"$(A) x", u"A")), " x");
-    define(u"A", u"foo");
-    clear_macro_mark(u"A");
-    EXPECT_EQ(to_utf8(expand(u"$(A) x", u"A")), "foo x");
-    EXPECT_TRUE(find_macro(u"A", false)->flags & self_referenced);
-    define(u"A", u"$(B)");
-    define(u"B", u"b");
-    EXPECT_EQ(to_utf8(expand(u"$(A) x", u"A")), "$(B) x");
-    EXPECT_EQ(to_utf8(expand(u"${a} $B", u"A")), "$(B) $(B)");
-    define(u"A", u"ax");
-    EXPECT_EQ(to_utf8(expand(u"$(A:x=y)", u"A")), "ay");
-    EXPECT_EQ(find_macro(u"A", false)->substitutions, nullptr);
-
-    clear_macro_mark(u"A");
-    EXPECT_EQ(to_utf8(expand(u"$(B)", u"A")), "$(B)");
-    EXPECT_FALSE(find_macro(u"A", false)->flags & self_referenced);
 }
 
 TEST_F(ExpandTest, InlineSentinelsTakeTheNamesOfTheChainInOrder) {
@@ -457,20 +360,12 @@ template <size_t N> void check_fatal_rows(const fatal_row (&rows)[N]) {
 
 TEST(ExpandDeathTest, UnfinishedFormsNameWhatWasRead) {
     const fatal_row rows[] = {
-        {u"$", false, "Invalid macro: $."},
         {u"x $", true, "Invalid macro: $."},
-        {u"$(", false, "Invalid macro: $(."},
-        {u"$(A", false, "Invalid macro: $(A."},
-        {u"${", false, "Invalid macro: ${."},
+        {u"$(A) $(B", false, "Invalid macro: $(B."},
         {u"${AB", false, "Invalid macro: ${AB."},
-        {u"$(A:", false, "Invalid macro: $(A:."},
         {u"$(A:x", false, "Invalid macro: $(A:x."},
-        {u"${A:x", false, "Invalid macro: ${A:x."},
-        {u"$(A:x=", false, "Invalid macro: $(A:x=."},
-        {u"$(A:x=y", false, "Invalid macro: $(A:x=y."},
         {u"${A:x=y)", false, "Invalid macro: ${A:x=y)."},
         {u"$(A}", false, "Invalid macro: $(A}."},
-        {u"$(A) $(B", false, "Invalid macro: $(B."},
     };
     check_fatal_rows(rows);
 }
@@ -482,17 +377,10 @@ TEST_F(ExpandFatalDeathTest, FileNameFormsInCommands) {
     define(u"PCT", u"$(NOPE) 50%");
     define(u"OPEN", u"$(NOPE");
     const fatal_row rows[] = {
-        {u"%|", true, "Invalid macro: %|."},
-        {u"%|d", true, "Invalid macro: %|."},
         {u"%|dpfe", true, "Invalid macro: %|."},
-        {u"%", true, "Invalid filename part: ."},
         {u"50%", true, "Invalid filename part: ."},
-        {u"%x", true, "Invalid filename part: x."},
         {u"echo %VAR%", true, "Invalid filename part: VAR%."},
-        {u"%S", true, "Invalid filename part: S."},
-        {u"%|x rest", true, "Invalid filename part: x rest."},
         {u"%|pD", true, "Invalid filename part: D."},
-        {u"%|f", true, "Invalid macro: %|."},
         {u"$(PCT)", true, "Invalid filename part: ."},
         {u"$(OPEN)", false, "Invalid macro: $(NOPE."},
     };
@@ -503,14 +391,10 @@ TEST_F(ExpandFatalDeathTest, ModifiersOutsideTheirForms) {
     define(u"@", u"a.obj");
     const fatal_row rows[] = {
         {u"$(@d)", true, "Invalid meta symbol part: d."},
-        {u"$(@X)", true, "Invalid meta symbol part: X."},
-        {u"$(@DD)", true, "Invalid meta symbol part: DD."},
         {u"$(<Dx)", true, "Invalid meta symbol part: Dx."},
         {u"${!b}", true, "Invalid meta symbol part: b."},
         {u"$(* )", true, "Invalid meta symbol part:  ."},
-        {u"$(@D)", false, "Invalid meta symbol part: D."},
         {u"$(*B)", false, "Invalid meta symbol part: B."},
-        {u"$(@d)", false, "Invalid meta symbol part: d."},
     };
     check_fatal_rows(rows);
 }
@@ -518,9 +402,7 @@ TEST_F(ExpandFatalDeathTest, ModifiersOutsideTheirForms) {
 TEST(ExpandDeathTest, TargetFormsWithoutTheirMacroAreInternalErrors) {
     const fatal_row rows[] = {
         {u"%s", true, "Internal error (expand_macros())."},
-        {u"%|F", true, "Internal error (expand_macros())."},
         {u"%|fF", true, "Internal error (expand_macros())."},
-        {u"$(@D)", true, "Internal error (expand_macros())."},
         {u"$(<F)", true, "Internal error (expand_macros())."},
     };
     check_fatal_rows(rows);
@@ -571,6 +453,7 @@ TEST(ReplaceText, ReplacesLeftToRightWithoutRescanning) {
         {u"abab", u"ab", u"ab", u"abab"},
         {u"abc", u"b", u"", u"ac"},
         {u"abc", u"b", u"xyz", u"axyzc"},
+        {u"ab", u"b", u"cd", u"acd"}, // fills the first block to the last unit
         {u"aaa", u"a", u"b", u"bbb"},
         {u"aaa", u"aa", u"b", u"ba"},
         {u"aaaa", u"aa", u"b", u"bb"},
@@ -601,21 +484,6 @@ TEST(ReplaceText, ReplacesLeftToRightWithoutRescanning) {
     EXPECT_EQ(take(replace_text(nullptr, u"a", u"b")), u"");
     const std::u16string many = repeat(u"ab", 5000);
     EXPECT_EQ(take(replace_text(many.c_str(), u"b", u"xyz")), repeat(u"axyz", 5000));
-}
-
-TEST(ReplaceText, ApplySubstitutionsWorksOnTheGivenText) {
-    macro m = {};
-    char16_t *text = str_dup(u"abc");
-    EXPECT_EQ(apply_substitutions(&m, text), text);
-    m.substitutions = list_add(m.substitutions, str_dup(u"a"));
-    m.substitutions = list_add(m.substitutions, str_dup(u"b"));
-    m.substitutions = list_add(m.substitutions, str_dup(u"b"));
-    m.substitutions = list_add(m.substitutions, str_dup(u"c"));
-    EXPECT_EQ(take(apply_substitutions(&m, text)), u"ccc");
-    clear_substitutions(&m);
-    EXPECT_EQ(m.substitutions, nullptr);
-    clear_substitutions(&m);
-    EXPECT_EQ(m.substitutions, nullptr);
 }
 
 } // namespace

@@ -56,21 +56,26 @@ TEST(JoinLine, SingleLines) {
 }
 
 TEST(JoinLine, Continuation) {
-    size_t used = 0;
-    EXPECT_EQ(join({u"a \\", u"   b"}, &used), "a     b");
-    EXPECT_EQ(used, 2u);
-    EXPECT_EQ(join({u"a\\", u"b"}), "a b");
-    EXPECT_EQ(join({u"a \\   ", u"b"}), "a  b");    // trailing blanks do not stop a backslash
-    EXPECT_EQ(join({u"one^", u"two"}), "one\ntwo"); // a final caret stores a line feed
-    EXPECT_EQ(join({u"a \\", u"b \\", u"c"}), "a  b  c");
-    EXPECT_EQ(join({u"a \\", u""}), "a  ");             // a blank line ends it, trailing blank kept
-    EXPECT_EQ(join({u"a \\", u"# x \\", u"b"}), "a  "); // a comment line adds nothing and ends it
-    EXPECT_EQ(join({u"a \\"}), "a  <pending>");
-}
-
-TEST(JoinLine, CommentTrimStopsAtThePreviousLines) {
-    // The blank stored for the backslash belongs to the first line and stays.
-    EXPECT_EQ(join({u"a \\", u"   # c"}), "a  ");
+    struct row {
+        std::vector<std::u16string> lines;
+        const char *logical;
+    } rows[] = {
+        {{u"a \\", u"   b"}, "a     b"},
+        {{u"a\\", u"b"}, "a b"},
+        {{u"a \\   ", u"b"}, "a  b"},    // trailing blanks do not stop a backslash
+        {{u"one^", u"two"}, "one\ntwo"}, // a final caret stores a line feed
+        {{u"a \\", u"b \\", u"c"}, "a  b  c"},
+        {{u"a \\", u""}, "a  "},       // a blank line ends it, trailing blank kept
+        {{u"a \\", u"# x \\"}, "a  "}, // a comment line adds nothing and ends it
+        // The blank stored for the backslash belongs to the first line and stays.
+        {{u"a \\", u"   # c"}, "a  "},
+        {{u"a \\"}, "a  <pending>"},
+    };
+    for (const row &r : rows) {
+        size_t used = 0;
+        EXPECT_EQ(join(r.lines, &used), r.logical) << to_utf8(r.lines[0]);
+        EXPECT_EQ(used, r.lines.size()) << to_utf8(r.lines[0]);
+    }
 }
 
 TEST(JoinLine, LongLinesGrowTheBufferInSteps) {

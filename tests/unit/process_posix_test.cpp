@@ -6,16 +6,13 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <random>
-#include <sstream>
 #include <string>
 
 #include "exec/exec.h"
-#include "macro/macro.h"
 #include "platform/process.h"
 #include "run/make.h"
 #include "run/report.h"
+#include "unit/scratch_dir.h"
 #include "unit/test_text.h"
 
 namespace fs = std::filesystem;
@@ -89,30 +86,6 @@ TEST(SplitProgramArguments, ManyWordsGrowTheVector) {
     EXPECT_EQ(split(line.c_str()), expected);
 }
 
-// A private folder for files that the children read and write.
-struct scratch {
-    fs::path dir;
-    scratch() {
-        std::random_device random;
-        do {
-            dir = fs::temp_directory_path() / ("tolmek_process_" + std::to_string(random()));
-        } while (!fs::create_directory(dir));
-    }
-    ~scratch() { fs::remove_all(dir); }
-    std::u16string path(const char *name) const { return (dir / name).u16string(); }
-    std::string read(const char *name) const {
-        std::ifstream in(dir / name, std::ios::binary);
-        std::stringstream text;
-        text << in.rdbuf();
-        return text.str();
-    }
-    void write(const char *name, const std::string &text, bool executable = false) const {
-        std::ofstream(dir / name, std::ios::binary) << text;
-        if (executable)
-            fs::permissions(dir / name, fs::perms::owner_all, fs::perm_options::replace);
-    }
-};
-
 struct ran {
     uint32_t result;
     uint32_t exit_code;
@@ -154,26 +127,13 @@ TEST(RunProgram, ExitCodesAndSignals) {
 }
 
 TEST(RunProgram, FilesThatAreNoProgramsAreNotHandedToAShell) {
-    scratch s;
+    scratch_dir s;
     s.write("plain", "exit 3\n");
     s.write("script", "exit 3\n", true);
     EXPECT_EQ(program(s.path("plain")), (ran{5, 0}));
     EXPECT_EQ(program(s.path("script")), (ran{193, 0}));
     s.write("real", "#!/bin/sh\nexit 3\n", true);
     EXPECT_EQ(program(s.path("real")), (ran{0, 3}));
-}
-
-TEST(RunProgram, ChildInheritsDirectoryAndEnvironment) {
-    scratch s;
-    char16_t *saved = current_dir();
-    ASSERT_EQ(change_dir(s.path("").c_str()), 0u);
-    ASSERT_EQ(set_env(u"TOLMEK_PROCESS_TEST", u"inherited"), 0u);
-    EXPECT_EQ(program(u"sh -c \"pwd > where.txt; echo $TOLMEK_PROCESS_TEST >> where.txt\""),
-              (ran{0, 0}));
-    EXPECT_EQ(change_dir(saved), 0u);
-    free(saved);
-    set_env(u"TOLMEK_PROCESS_TEST", nullptr);
-    EXPECT_EQ(s.read("where.txt"), fs::canonical(s.dir).string() + "\ninherited\n");
 }
 
 ran shell(const char16_t *name, const char16_t *text) {
@@ -188,12 +148,6 @@ TEST(RunShell, TheTextGoesWholeToTheProcessor) {
     EXPECT_EQ(shell(nullptr, u"exit 9"), (ran{0, 9}));
     EXPECT_EQ(shell(u"sh", u"exit 4"), (ran{0, 4})); // no separator: looked for on PATH
     EXPECT_EQ(shell(u"/no/such/shell", u"exit 4"), (ran{2, 0}));
-
-    scratch s;
-    s.write("args.sh", "#!/bin/sh\nprintf '%s|' \"$#\" \"$@\" > \"$(dirname \"$0\")/args.txt\"\n",
-            true);
-    EXPECT_EQ(shell(s.path("args.sh").c_str(), u"a \"b\"  c"), (ran{0, 0}));
-    EXPECT_EQ(s.read("args.txt"), "2|-c|a \"b\"  c|");
 }
 
 // spawn_command with the command processor replaced by a recorder, which logs
@@ -201,7 +155,7 @@ TEST(RunShell, TheTextGoesWholeToTheProcessor) {
 // its content.
 class Dispatch : public testing::Test {
   protected:
-    scratch s;
+    scratch_dir s;
     char16_t *saved_comspec = nullptr;
     char16_t *saved_dir = nullptr;
 
@@ -233,9 +187,6 @@ class Dispatch : public testing::Test {
         free(saved_comspec);
         change_dir(saved_dir);
         free(saved_dir);
-        opt_no_exec = 0;
-        opt_shell = 0;
-        opt_env = 1;
         make_free();
     }
 
@@ -269,6 +220,11 @@ TEST_F(Dispatch, RoadChoice) {
         {u"cd a b", false, "2|-c|cd a b\n"},
         {u"set", false, "2|-c|set\n"},
         {u"set A=1 B=2", false, "2|-c|set A=1 B=2\n"},
+        {u"ENDLOCAL", false, "2|-c|ENDLOCAL\n"},
+        {u"verify", false, "2|-c|verify\n"},
+        // Texts without words do nothing.
+        {u"", false, ""},
+        {u"\"\" \"\"", false, ""},
     };
     for (const row &r : rows) {
         fs::remove(s.dir / "log.txt");
@@ -281,116 +237,21 @@ TEST_F(Dispatch, RoadChoice) {
     free(here);
 }
 
-TEST_F(Dispatch, EveryProcessorWordInAnyCaseTakesTheShellRoad) {
-    const char16_t *words[] = {
-        u"assoc",  u"break",    u"call",   u"chdir", u"cls",      u"color",  u"copy", u"date",
-        u"del",    u"dir",      u"dpath",  u"echo",  u"ENDLOCAL", u"erase",  u"exit", u"for",
-        u"ftype",  u"goto",     u"if",     u"md",    u"mkdir",    u"mklink", u"move", u"path",
-        u"pause",  u"popd",     u"prompt", u"pushd", u"rd",       u"rem",    u"ren",  u"rename",
-        u"rmdir",  u"SetLocal", u"shift",  u"start", u"time",     u"title",  u"type", u"ver",
-        u"verify", u"vol",      u"Echo",   u"Cd",    u"SET",
-    };
-    std::string expected;
-    for (const char16_t *word : words) {
-        EXPECT_EQ(spawn(word), (ran{0, 0})) << to_utf8(word);
-        expected += "2|-c|" + to_utf8(word) + "\n";
-    }
-    EXPECT_EQ(log(), expected);
-    EXPECT_EQ(spawn(u"echoes x"), (ran{2, 0})); // a longer name is no processor word
-}
-
-TEST_F(Dispatch, ExitCodesAndStartFailuresComeBackApart) {
+TEST_F(Dispatch, ExitCodesAndFailuresComeBackApart) {
     EXPECT_EQ(spawn(u"false"), (ran{0, 1}));
     EXPECT_EQ(spawn(u"no-such-program-of-tolmek a"), (ran{2, 0}));
     ASSERT_EQ(set_env(u"COMSPEC", u"/no/such/shell"), 0u);
     EXPECT_EQ(spawn(u"true a|b"), (ran{2, 0}));
     ASSERT_EQ(set_env(u"COMSPEC", nullptr), 0u);
     EXPECT_EQ(spawn(u"exit 6|exit 5"), (ran{0, 5})); // unset: the platform's own processor
-}
-
-TEST_F(Dispatch, TextsWithoutWordsDoNothing) {
-    for (const char16_t *text : {u"", u"   ", u"\t", u"\"\"", u"\"\" \"\""})
-        EXPECT_EQ(spawn(text), (ran{0, 0})) << to_utf8(text);
-    EXPECT_EQ(log(), "");
-}
-
-TEST_F(Dispatch, ProcessorWithSwitchC) {
-    opt_shell = 1;
-    EXPECT_EQ(spawn(u"true x"), (ran{0, 0}));
-    fs::create_directory(s.dir / "sub");
-    EXPECT_EQ(spawn(u"cd " + s.path("sub")), (ran{0, 0}));
-    EXPECT_EQ(spawn(u"set TOLMEK_DISPATCH_C=1"), (ran{0, 0}));
-    EXPECT_EQ(log(), "2|-c|true x\n");
-    char16_t *here = current_dir();
-    EXPECT_EQ(to_utf8(here), fs::canonical(s.dir / "sub").string());
-    free(here);
-    set_env(u"TOLMEK_DISPATCH_C", nullptr);
-}
-
-TEST_F(Dispatch, NoExecRunsNothingButCdAndSetStillAct) {
-    opt_no_exec = 1;
-    fs::create_directory(s.dir / "sub");
-    EXPECT_EQ(spawn(u"sh -c \"touch " + s.path("direct") + u"\""), (ran{0, 0}));
-    EXPECT_EQ(spawn(u"true a|b"), (ran{0, 0}));
-    EXPECT_EQ(spawn(u"echo " + std::u16string(5000, u'x')), (ran{0, 0}));
-    EXPECT_EQ(spawn(u"cd a b"), (ran{0, 0}));
-    EXPECT_EQ(spawn(u"false"), (ran{0, 0}));
-    EXPECT_EQ(log(), "");
-    EXPECT_FALSE(fs::exists(s.dir / "direct"));
-
-    EXPECT_EQ(spawn(u"chdir " + s.path("sub")), (ran{0, 0}));
-    char16_t *here = current_dir();
-    EXPECT_EQ(to_utf8(here), fs::canonical(s.dir / "sub").string());
-    free(here);
-    EXPECT_EQ(spawn(u"set TOLMEK_DISPATCH_N=under-n"), (ran{0, 0}));
-    char16_t *value = get_env(u"TOLMEK_DISPATCH_N");
-    EXPECT_EQ(to_utf8(value), "under-n");
-    free(value);
-    set_env(u"TOLMEK_DISPATCH_N", nullptr);
-}
-
-TEST_F(Dispatch, CdFailureComesBackAsTheSystemCode) {
+    EXPECT_EQ(spawn(u"echoes x"), (ran{2, 0}));      // no processor word, no program
+    // Without a value of MAKE there is no nested run.
+    EXPECT_EQ(spawn(u"tolmek-test /S", false, nullptr), (ran{2, 0}));
+    EXPECT_EQ(spawn(u"tolmek-test /S", false, u""), (ran{2, 0}));
+    // The in-process forms fail with the system's codes.
     EXPECT_EQ(spawn(u"cd " + s.path("missing")), (ran{2, 0}));
-    EXPECT_EQ(spawn(u"cd \"a>b\""), (ran{2, 0})); // two words: a directory name
-    EXPECT_EQ(log(), "");
-}
-
-TEST_F(Dispatch, SetDefinesAnExportedMacro) {
-    opt_env = 0; // /E protects environment macros from definitions, not from set
-    ASSERT_EQ(set_env(u"TOLMEK_DISPATCH_OLD", u"before"), 0u);
-    EXPECT_EQ(find_macro(u"TOLMEK_DISPATCH_OLD", false) != nullptr, true);
-    struct row {
-        const char16_t *command;
-        const char16_t *name;
-        const char *value; // null: the variable reads as unset
-    } rows[] = {
-        {u"set TOLMEK_DISPATCH_A=$(Y)", u"TOLMEK_DISPATCH_A", "$(Y)"},
-        {u"SET \"TOLMEK_DISPATCH_B=two words\"", u"TOLMEK_DISPATCH_B", "two words"},
-        {u"set TOLMEK_DISPATCH_C=a=b", u"TOLMEK_DISPATCH_C", "a=b"},
-        {u"set TOLMEK_DISPATCH_OLD=after", u"TOLMEK_DISPATCH_OLD", "after"},
-        {u"set TOLMEK_DISPATCH_D=", u"TOLMEK_DISPATCH_D", nullptr},
-    };
-    for (const row &r : rows) {
-        EXPECT_EQ(spawn(r.command), (ran{0, 0})) << to_utf8(r.command);
-        macro *m = find_macro(r.name, false);
-        ASSERT_NE(m, nullptr) << to_utf8(r.command);
-        EXPECT_TRUE(m->flags & exported) << to_utf8(r.command);
-        EXPECT_EQ(to_utf8(m->value), r.value ? r.value : "") << to_utf8(r.command);
-        EXPECT_NE(m->value, nullptr) << to_utf8(r.command);
-        char16_t *env = get_env(r.name);
-        EXPECT_EQ(env ? to_utf8(env) : "(unset)", r.value ? r.value : "(unset)")
-            << to_utf8(r.command);
-        free(env);
-        set_env(r.name, nullptr);
-    }
-    EXPECT_EQ(log(), "");
-}
-
-TEST_F(Dispatch, SetWithoutEqualsGives203) {
     EXPECT_EQ(spawn(u"set TOLMEK_DISPATCH_NONE"), (ran{203, 0}));
-    EXPECT_EQ(find_macro(u"TOLMEK_DISPATCH_NONE", false), nullptr);
-    EXPECT_EQ(spawn(u"set =x"), (ran{87, 0})); // the environment refuses the name
-    EXPECT_EQ(log(), "");
+    EXPECT_EQ(spawn(u"set =x"), (ran{87, 0}));
 }
 
 TEST_F(Dispatch, LongShellTextsGoThroughAResponseFile) {
@@ -412,83 +273,6 @@ TEST_F(Dispatch, LongShellTextsGoThroughAResponseFile) {
     EXPECT_EQ(log(), "2|-c|echo @" + name + "\n" + std::string(3986, 'y') + "\r\n>\r\nout.txt\r\n");
     EXPECT_FALSE(fs::exists(name)); // removed after the run
     EXPECT_FALSE(fs::exists(s.dir / "out.txt"));
-}
-
-TEST_F(Dispatch, ResponseFileArgumentsStandBareOneALine) {
-    // The split takes quotes off, drops empty words and keeps backslashes.
-    const std::u16string text = u"Copy \"a b\" c\\d \"\" " + std::u16string(4000, u'z') + u" tail";
-    EXPECT_EQ(spawn(text), (ran{0, 0}));
-    std::string name = s.read("name.txt");
-    ASSERT_FALSE(name.empty());
-    name.pop_back();
-    EXPECT_EQ(log(), "2|-c|Copy @" + name + "\n" + "a b\r\nc\\d\r\n" + std::string(4000, 'z') +
-                         "\r\ntail\r\n");
-}
-
-TEST_F(Dispatch, DirectTextsHaveNoLengthLimit) {
-    const std::u16string text = u"sh -c \"test ${#1} = 5000\" x " + std::u16string(5000, u'q');
-    EXPECT_EQ(spawn(text), (ran{0, 0}));
-    EXPECT_EQ(spawn(text + u"q"), (ran{0, 1}));
-    EXPECT_EQ(log(), "");
-}
-
-// Nested runs: the whole run of make in this process. Flags cross the border,
-// and so does the environment, which shows the order of the macro words.
-class NestedDispatch : public Dispatch {
-  protected:
-    char16_t *saved_makeflags = nullptr;
-
-    void SetUp() override {
-        Dispatch::SetUp();
-        // A MAKEFLAGS of an outer build tool would be read by the nested run.
-        saved_makeflags = get_env(u"MAKEFLAGS");
-        set_env(u"MAKEFLAGS", nullptr);
-        s.write("sub.mak", "X = 1\n");
-    }
-
-    void TearDown() override {
-        set_env(u"MAKEFLAGS", saved_makeflags);
-        free(saved_makeflags);
-        opt_ignore = 0;
-        opt_silent = 0;
-        // A nested run with macro words keeps them for all later nested runs.
-        for (void **entry = passed_macros; entry && *entry; ++entry)
-            free(*entry);
-        free(passed_macros);
-        passed_macros = nullptr;
-        passed_macro_count = 0;
-        Dispatch::TearDown();
-    }
-};
-
-TEST_F(NestedDispatch, FirstWordEqualToMakeStartsARunHere) {
-    // Neither /N, /C, + nor a redirection has a say; the flags it sets stay.
-    opt_no_exec = 1;
-    opt_shell = 1;
-    EXPECT_EQ(spawn(u"TOLMEK-Test /I /F " + s.path("sub.mak") + u" Z=a>b", true), (ran{0, 0}));
-    EXPECT_EQ(log(), "");
-    EXPECT_EQ(opt_ignore, 1);
-}
-
-TEST_F(NestedDispatch, NoMakeValueNoNestedRun) {
-    EXPECT_EQ(spawn(u"tolmek-test /S", false, nullptr), (ran{2, 0}));
-    EXPECT_EQ(spawn(u"tolmek-test /S", false, u""), (ran{2, 0}));
-    EXPECT_EQ(opt_silent, 0);
-}
-
-TEST_F(NestedDispatch, PassedMacrosComeLastAndWin) {
-    ASSERT_EQ(set_env(u"TOLMEK_NESTED", u"outer"), 0u);
-    char16_t passed[] = u"TOLMEK_NESTED=passed";
-    passed_macros = list_add(nullptr, passed);
-    passed_macro_count = 1;
-    EXPECT_EQ(spawn(u"tolmek-test /F " + s.path("sub.mak") + u" TOLMEK_NESTED=word"), (ran{0, 0}));
-    free(passed_macros);
-    passed_macros = nullptr;
-    passed_macro_count = 0;
-    char16_t *value = get_env(u"TOLMEK_NESTED");
-    EXPECT_EQ(to_utf8(value), "passed");
-    free(value);
-    set_env(u"TOLMEK_NESTED", nullptr);
 }
 
 } // namespace

@@ -31,3 +31,23 @@ inline std::string to_utf8(const char16_t *text) {
 inline std::string to_utf8(const std::u16string &text) {
     return to_utf8(text.c_str());
 }
+
+// Each byte as one unit: ASCII and Latin-1 texts for tests.
+inline std::u16string widen(const std::string &text) {
+    std::u16string out;
+    for (char c : text)
+        out += static_cast<char16_t>(static_cast<unsigned char>(c));
+    return out;
+}
+
+inline std::u16string repeat(const std::u16string &part, size_t count) {
+    std::u16string out;
+    for (size_t i = 0; i < count; ++i)
+        out += part;
+    return out;
+}
+
+// prefix followed by n in decimal, such as N42.
+inline std::u16string numbered(const char16_t *prefix, int n) {
+    return prefix + widen(std::to_string(n));
+}

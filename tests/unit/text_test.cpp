@@ -61,18 +61,6 @@ TEST(TextTest, SearchesReturnPositionsInsideTheArgument) {
     EXPECT_EQ(str_pbrk(text, u""), nullptr);
 }
 
-TEST(TextTest, CopiesAreNewAndNeverNull) {
-    char16_t *empty = str_dup(nullptr);
-    ASSERT_NE(empty, nullptr);
-    EXPECT_EQ(empty[0], 0);
-    char16_t *part = str_dup_n(u"abcdef", 3);
-    EXPECT_EQ(std::u16string(part), u"abc");
-    EXPECT_EQ(str_len(nullptr), 0u);
-    EXPECT_EQ(str_len(u"abc"), 3u);
-    free(empty);
-    free(part);
-}
-
 TEST(TextTest, WordSplitterSkipsRunsOfSeparatorsAndEndsWithNull) {
     char16_t text[] = u"  one,two,,three  ";
     std::u16string words;
