@@ -103,6 +103,7 @@ bool run_for_each(const char16_t *text, uint32_t *exit_code, const char16_t *mak
 }
 
 bool run_commands(ptr_list commands) {
+    stop_read_ahead(); // the commands change the disk
     // A copy: a set command of the block may replace the macro's value.
     const macro *make_macro = find_macro(u"MAKE", false);
     char16_t *make_value = str_dup(make_macro ? make_macro->value : nullptr);

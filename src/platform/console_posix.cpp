@@ -225,3 +225,46 @@ bool run_fault_scope(void (*body)(void *), void *arg, fault_record *fault) {
     pthread_join(worker, nullptr);
     return call.returned;
 }
+
+namespace {
+
+struct helper_thread {
+    pthread_t thread;
+    void (*work)(void *);
+    void *arg;
+};
+
+void *run_helper(void *p) {
+    helper_thread *helper = static_cast<helper_thread *>(p);
+    helper->work(helper->arg);
+    return nullptr;
+}
+
+} // namespace
+
+void *start_helper(void (*work)(void *), void *arg) {
+    helper_thread *helper = static_cast<helper_thread *>(malloc(sizeof(helper_thread)));
+    if (!helper) return nullptr;
+    helper->work = work;
+    helper->arg = arg;
+    // The new thread inherits the mask: with the interrupts blocked in it, they
+    // keep going to the thread that does the work. Faults stay deliverable.
+    sigset_t blocked;
+    sigset_t previous;
+    sigfillset(&blocked);
+    static constexpr int faults[] = {SIGSEGV, SIGBUS, SIGFPE, SIGILL};
+    for (int fault : faults)
+        sigdelset(&blocked, fault);
+    pthread_sigmask(SIG_SETMASK, &blocked, &previous);
+    const bool started = pthread_create(&helper->thread, nullptr, run_helper, helper) == 0;
+    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    if (started) return helper;
+    free(helper);
+    return nullptr;
+}
+
+void join_helper(void *p) {
+    helper_thread *helper = static_cast<helper_thread *>(p);
+    pthread_join(helper->thread, nullptr);
+    free(helper);
+}

@@ -243,6 +243,14 @@ struct fault_record {
 bool run_fault_scope(void (*body)(void *), void *arg, fault_record *fault);
 
 // ---------------------------------------------------------------------------
+// Helper thread, for work beside the caller that only reads the disk. Console
+// interrupts never reach it and it has no fault scope. Returns null when no
+// thread can be had: the caller then does without. join_helper waits for the
+// work to return and releases the thread.
+void *start_helper(void (*work)(void *), void *arg);
+void join_helper(void *helper);
+
+// ---------------------------------------------------------------------------
 // Child processes. Both wait for the child without limit, in this process's
 // environment and current directory, and store its exit code (a child ended by
 // signal N gives 128 + N). They return 0 when the child ran, whatever its exit

@@ -150,6 +150,7 @@ void make(int argc, char16_t **argv) {
     }
 
     run_special_target(u".INIT");
+    start_read_ahead();
     if (target_words) {
         for (void **w = target_words; *w && !aborted; ++w)
             make_target(static_cast<char16_t *>(*w));
@@ -172,6 +173,7 @@ void nested_make(int argc, char16_t **argv) {
     if (depth == MAX_NESTED_RUNS)
         report(MSG_USER_ERROR + FATAL, u"Nested runs too deep: more than 200 levels");
     ++depth;
+    stop_read_ahead(); // the nested run may change the folder and the disk
     target *saved_targets = target_list;
     file_node *saved_files = file_list;
     macro *saved_macros = macro_list;
@@ -206,6 +208,7 @@ void nested_make(int argc, char16_t **argv) {
 
 // Deletion walks inline_list, so it comes before the records are released.
 void make_free() {
+    stop_read_ahead();
     free_targets();
     free_files();
     free_commands();

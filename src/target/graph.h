@@ -25,6 +25,7 @@ struct file_node {
     uint32_t hash;    // hash_name(name)
     uint8_t updating; // the update recursion is working on this name now (cycle guard)
     struct target *owner; // the target of this name, or null: find_target without a search
+    uint32_t ahead_slot;  // 1 + the name's place among the times read ahead; 0 = none
 };
 
 // One per distinct name that stood left of a colon (or that is predefined).
@@ -83,6 +84,16 @@ command *add_command(const char16_t *text);
 // up over blocks, commands of the last block that has commands. Only reads the
 // three lists.
 void attach_to_targets(ptr_list targets, ptr_list dependents, ptr_list commands);
+
+// File times read ahead. Once the makefiles are read, a helper thread reads the
+// times of the graph's names while the update walks it, so that a large build
+// with nothing to do waits for the disk on two processors. The times are good
+// while the disk is as it was: stop_read_ahead comes before any command, touch
+// or nested run, and discards them. Then every time is read when needed again.
+void start_read_ahead();
+void stop_read_ahead();
+// 0 for a phony name, else the file's time: read ahead, or read now.
+uint64_t node_time(file_node *node, const char16_t *name);
 
 void free_targets();
 void free_files();

@@ -96,7 +96,7 @@ uint32_t apply_inference_to(target *t, file_node *node, const char16_t *name, bo
     const size_t n = stem_length(name);
     const char16_t *extension = name + n;
     char16_t *stem = str_dup_n(name, n);
-    const uint64_t own = target_time(name);
+    const uint64_t own = node_time(node, name);
     const uint64_t changes_at_own = disk_changes;
     uint32_t rc = UPDATE_FAILED;
 
@@ -104,9 +104,10 @@ uint32_t apply_inference_to(target *t, file_node *node, const char16_t *name, bo
         for (target *rule = rule_list; rule; rule = rule->next_rule) {
             char16_t *source = match_inference_rule(rule, stem, extension);
             if (!source) continue;
-            uint64_t source_time = target_time(source);
+            file_node *source_node = find_file(source);
+            uint64_t source_time = node_time(source_node, source);
             const uint64_t changes_at_source = disk_changes;
-            if (source_time != 0 || stale) rc = update_target(source, false);
+            if (source_time != 0 || stale) rc = update_node(source_node, source, false);
             if (disk_changes != changes_at_source) source_time = target_time(source);
             const bool fires = compare_time(source_time, own) > 0 || (stale && rc != 0);
             if (fires) {

@@ -88,7 +88,7 @@ char16_t *append_word(char16_t *list, const char16_t *word) {
 }
 
 uint32_t update_known_target(target *t, const char16_t *name, bool must_exist) {
-    const uint64_t own = target_time(name);
+    const uint64_t own = node_time(t->file, name);
     uint64_t newest = 1;
     bool failed = false;
     for (void **d = t->dependents; d && *d; ++d) {
@@ -133,6 +133,7 @@ uint64_t target_time(const char16_t *name) {
 }
 
 bool touch_target(const char16_t *name) {
+    stop_read_ahead();
     show_message(STREAM_OUT, MSG_TOUCH, name);
     ++disk_changes;
     return set_file_time(name, now_time) == 0;
