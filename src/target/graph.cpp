@@ -3,6 +3,7 @@
 #include "target/graph.h"
 
 #include <cstdlib>
+#include <new>
 
 #include "exec/exec.h"
 #include "run/make.h"
@@ -139,7 +140,7 @@ file_node *find_file(const char16_t *name, uint32_t *out_hash) {
 file_node *add_file(const char16_t *name) {
     uint32_t hash = 0;
     if (file_node *found = find_file(name, &hash)) return found;
-    file_node *f = xcalloc_record<file_node>();
+    file_node *f = new (xcalloc(sizeof(file_node))) file_node(); // the atomic begins its life
     f->hash = hash;
     f->name = str_dup(name);
     f->next = file_list;

@@ -4,6 +4,7 @@
 // with ASCII case folded, behind a hash_name filter.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "target/name_index.h"
@@ -25,7 +26,7 @@ struct file_node {
     uint32_t hash;    // hash_name(name)
     uint8_t updating; // the update recursion is working on this name now (cycle guard)
     struct target *owner; // the target of this name, or null: find_target without a search
-    uint32_t ahead_slot;  // 1 + the name's place among the times read ahead; 0 = none
+    std::atomic<uint64_t> ahead_time; // read ahead on the helper thread, plus 1; 0 = not yet
 };
 
 // One per distinct name that stood left of a colon (or that is predefined).
