@@ -203,12 +203,13 @@ void nested_make(int argc, char16_t **argv) {
     target_index = saved_indexes[0];
     file_index = saved_indexes[1];
     macro_index = saved_indexes[2];
+    resume_read_ahead();
     --depth;
 }
 
 // Deletion walks inline_list, so it comes before the records are released.
 void make_free() {
-    stop_read_ahead();
+    end_read_ahead();
     free_targets();
     free_files();
     free_commands();

@@ -24,9 +24,10 @@ struct file_node {
     char16_t *name;   // owned; spelled as first seen
     uint64_t time;    // stored time: 0 = not settled; above 0 = settled this run (the only memo)
     uint32_t hash;    // hash_name(name)
+    std::atomic<uint32_t> ahead_round; // the read-ahead round that ahead_time belongs to
     uint8_t updating; // the update recursion is working on this name now (cycle guard)
     struct target *owner; // the target of this name, or null: find_target without a search
-    std::atomic<uint64_t> ahead_time; // read ahead on the helper thread, plus 1; 0 = not yet
+    std::atomic<uint64_t> ahead_time; // the time read ahead in that round
 };
 
 // One per distinct name that stood left of a colon (or that is predefined).
@@ -88,11 +89,16 @@ void attach_to_targets(ptr_list targets, ptr_list dependents, ptr_list commands)
 
 // File times read ahead. Once the makefiles are read, a helper thread reads the
 // times of the graph's names while the update walks it, so that a large build
-// with nothing to do waits for the disk on two processors. The times are good
-// while the disk is as it was: stop_read_ahead comes before any command, touch
-// or nested run, and discards them. Then every time is read when needed again.
+// waits for the disk on two processors. The times are good while the disk is
+// as it was: stop_read_ahead comes before any command, touch or nested run, and
+// drops them. The update then reads times itself, and after a while starts a
+// new round of reading ahead. A run with few names never reads ahead.
 void start_read_ahead();
 void stop_read_ahead();
+// After a nested run: the run that started it may read ahead again.
+void resume_read_ahead();
+// Before the run's names are released.
+void end_read_ahead();
 // 0 for a phony name, else the file's time: read ahead, or read now.
 uint64_t node_time(file_node *node, const char16_t *name);
 

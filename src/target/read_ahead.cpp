@@ -1,11 +1,12 @@
 // File times read ahead on a helper thread.
 //
 // The helper walks the names newest first, the update usually oldest first, so
-// the two meet somewhere in the middle and each name costs one stat. A node's
-// ahead_time holds the time plus one: 0 while nobody has read it, TAKEN once
-// the update has gone to the disk for it itself, which tells the helper to
-// skip it. The helper reads only what no one changes during the update: the
-// list links and the names.
+// the two meet somewhere in the middle and each name costs one stat. Every
+// helper works in a round of its own, and a node's ahead_time counts only when
+// its ahead_round is the round going on: the times of a round that a command
+// ended are left in the nodes and mean nothing. The update claims a name it
+// reads itself (TAKEN), so that the helper skips it. The helper reads only what
+// nobody changes during the update: the list links and the names.
 #include <atomic>
 
 #include "target/update.h"
@@ -14,39 +15,56 @@ namespace {
 
 // Below this, a thread costs more than it saves.
 constexpr size_t READ_AHEAD_MIN_NAMES = 256;
+// Times the update reads itself after a round has ended before it starts the
+// next one: a build that runs a command every few names does not start a
+// thread for each.
+constexpr uint32_t OWN_READS_BEFORE_ROUND = 256;
 constexpr uint64_t TAKEN = UINT64_MAX;
 
 struct read_ahead_run {
-    file_node *newest = nullptr;
+    bool enabled = false;        // the run in progress reads ahead
+    file_node *newest = nullptr; // its names, newest first
+    uint32_t own_reads = 0;      // since the last round ended
+    void *helper = nullptr;      // null: no round going on
+    uint32_t round = 0;          // of the round going on, or of the last one
     std::atomic<bool> stopping{false};
-    void *helper = nullptr; // null: no read-ahead going on
 };
 read_ahead_run ahead;
 
 void read_times_ahead(void *) {
+    const uint32_t round = ahead.round;
     for (file_node *f = ahead.newest; f; f = f->next) {
         if (ahead.stopping.load(std::memory_order_relaxed)) return;
-        if (f->ahead_time.load(std::memory_order_relaxed) != 0) continue;
-        const uint64_t time = file_time(f->name) + 1;
-        uint64_t unread = 0;
-        f->ahead_time.compare_exchange_strong(unread, time, std::memory_order_release,
-                                              std::memory_order_relaxed);
+        if (f->ahead_round.load(std::memory_order_relaxed) == round) continue;
+        f->ahead_time.store(file_time(f->name), std::memory_order_relaxed);
+        f->ahead_round.store(round, std::memory_order_release);
     }
+}
+
+void start_round() {
+    ahead.own_reads = 0;
+    // Rounds only ever grow, also across nested runs, so a node never holds a
+    // time of an earlier round under the number of the current one.
+    ++ahead.round;
+    ahead.stopping.store(false);
+    ahead.helper = start_helper(read_times_ahead, nullptr);
 }
 
 } // namespace
 
-// Once per run: the graph's nodes start unread, and their times are left in
-// them when the read-ahead stops, good for nothing after.
-void start_read_ahead() {
+void resume_read_ahead() {
     stop_read_ahead();
     size_t count = 0;
     for (const file_node *f = file_list; f && count < READ_AHEAD_MIN_NAMES; f = f->next)
         ++count;
-    if (count < READ_AHEAD_MIN_NAMES) return;
+    ahead.enabled = count == READ_AHEAD_MIN_NAMES;
     ahead.newest = file_list;
-    ahead.stopping.store(false);
-    ahead.helper = start_helper(read_times_ahead, nullptr);
+    ahead.own_reads = 0;
+}
+
+void start_read_ahead() {
+    resume_read_ahead();
+    if (ahead.enabled) start_round();
 }
 
 void stop_read_ahead() {
@@ -56,14 +74,26 @@ void stop_read_ahead() {
     ahead.helper = nullptr;
 }
 
+void end_read_ahead() {
+    stop_read_ahead();
+    ahead.enabled = false;
+    ahead.newest = nullptr;
+}
+
 uint64_t node_time(file_node *node, const char16_t *name) {
     if (is_phony(name)) return 0;
-    if (ahead.helper && node) {
-        uint64_t seen = 0;
-        if (!node->ahead_time.compare_exchange_strong(seen, TAKEN, std::memory_order_acquire,
-                                                      std::memory_order_acquire) &&
-            seen != TAKEN)
-            return seen - 1;
+    if (!node || !ahead.enabled) return file_time(name);
+    if (!ahead.helper && ++ahead.own_reads > OWN_READS_BEFORE_ROUND) start_round();
+    if (!ahead.helper) return file_time(name);
+    // The helper stores the time before the round, so a round that matches
+    // brings its time along; or the round is the update's own claim, and the
+    // time is TAKEN or what the helper read in this round after all.
+    if (node->ahead_round.load(std::memory_order_acquire) == ahead.round) {
+        const uint64_t time = node->ahead_time.load(std::memory_order_relaxed);
+        if (time != TAKEN) return time;
+    } else {
+        node->ahead_time.store(TAKEN, std::memory_order_relaxed);
+        node->ahead_round.store(ahead.round, std::memory_order_release);
     }
     return file_time(name);
 }
