@@ -62,6 +62,11 @@ def scenarios(tolmek, floor):
         if floor:
             cmds.append(('floor', [floor, 'makefile']))
         yield ('null build %d' % n, 'null', n, cmds)
+    yield ('one changed 50000', 'changed', 50000, [
+        ('make -r', ['make', '-r', 'prog']),
+        ('tolmek', [tolmek, 'prog']),
+        ('tolmek /R', [tolmek, '/R', 'prog']),
+    ])
     yield ('500 commands', 'commands', 500, [
         ('make -r', ['make', '-r', 'all']),
         ('tolmek /R', [tolmek, '/R', 'all']),

@@ -5,6 +5,7 @@ commands), and the files it needs, into a folder.
 
   gen.py macros DIR [N]     N macros and N description lines referring to them
   gen.py null DIR N         N targets, 4 sources each (some shared), all up to date
+  gen.py changed DIR N      the same with the source of the middle target changed
   gen.py commands DIR N     N targets, each running the command `true`
   gen.py chain DIR N        a chain of N targets, each depending on the next
 """
@@ -54,6 +55,12 @@ def null_build(d, n):
     write(os.path.join(d, 'makefile'), ''.join(lines))
 
 
+def changed(d, n):
+    # The command only echoes, so the object stays old and every run compiles it.
+    null_build(d, n)
+    set_time(os.path.join(d, 'src/f%d.c' % (n // 2)), 500)
+
+
 def commands(d, n):
     lines = ['all:' + ''.join(' t%d%s' % (i, ' \\\n' if i % 100 == 99 else '') for i in range(n)) + '\n\n']
     for i in range(n):
@@ -73,7 +80,8 @@ def main():
     kind, d = sys.argv[1], sys.argv[2]
     n = int(sys.argv[3]) if len(sys.argv) > 3 else 20000
     os.makedirs(d, exist_ok=True)
-    {'macros': macros, 'null': null_build, 'commands': commands, 'chain': chain}[kind](d, n)
+    {'macros': macros, 'null': null_build, 'changed': changed, 'commands': commands,
+     'chain': chain}[kind](d, n)
 
 
 if __name__ == '__main__':
