@@ -20,12 +20,12 @@ using ptr_list = void **;
 
 // One per distinct name that occurs as a target or a dependent.
 struct file_node {
-    file_node *next;  // next older node
-    char16_t *name;   // owned; spelled as first seen
-    uint64_t time;    // stored time: 0 = not settled; above 0 = settled this run (the only memo)
-    uint32_t hash;    // hash_name(name)
+    file_node *next; // next older node
+    char16_t *name;  // owned; spelled as first seen
+    uint64_t time;   // stored time: 0 = not settled; above 0 = settled this run (the only memo)
+    uint32_t hash;   // hash_name(name)
     std::atomic<uint32_t> ahead_round; // the read-ahead round that ahead_time belongs to
-    uint8_t updating; // the update recursion is working on this name now (cycle guard)
+    uint8_t updating;     // the update recursion is working on this name now (cycle guard)
     struct target *owner; // the target of this name, or null: find_target without a search
     std::atomic<uint64_t> ahead_time; // the time read ahead in that round
 };

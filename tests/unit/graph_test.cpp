@@ -145,8 +145,7 @@ TEST_F(GraphTest, TimesReadAheadAreTheDisksOfTheirRound) {
     }
     start_read_ahead();
     for (size_t i = 0; i < 500; ++i)
-        EXPECT_EQ(node_time(nodes[i], names[i].c_str()), i % 100 == 7 ? 0 : base + i * second)
-            << i;
+        EXPECT_EQ(node_time(nodes[i], names[i].c_str()), i % 100 == 7 ? 0 : base + i * second) << i;
     EXPECT_EQ(node_time(nullptr, names[5].c_str()), base + 5 * second);
     EXPECT_EQ(node_time(nullptr, u"all"), 0u); // phony: the disk is not asked
     stop_read_ahead();
