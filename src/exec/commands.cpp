@@ -9,6 +9,11 @@
 
 uint64_t disk_changes = 0;
 
+void note_disk_change() {
+    stop_read_ahead();
+    ++disk_changes;
+}
+
 namespace {
 
 constexpr uint32_t NO_LIMIT = 0xFFFFFFFF;
@@ -58,7 +63,7 @@ uint32_t run_command(const char16_t *text, inline_file *inline_files, const char
     const bool echoed = opt_no_exec || (!at && !opt_silent);
     if (echoed) echo_line(line);
     uint32_t exit_code = 0;
-    ++disk_changes;
+    note_disk_change();
     const uint32_t failed = spawn_command(p, &exit_code, plus, make_value);
     if (failed) {
         if (!opt_no_exec && !echoed) echo_line(line);
@@ -103,7 +108,6 @@ bool run_for_each(const char16_t *text, uint32_t *exit_code, const char16_t *mak
 }
 
 bool run_commands(ptr_list commands) {
-    stop_read_ahead(); // the commands change the disk
     // A copy: a set command of the block may replace the macro's value.
     const macro *make_macro = find_macro(u"MAKE", false);
     char16_t *make_value = str_dup(make_macro ? make_macro->value : nullptr);

@@ -26,6 +26,9 @@ extern inline_file *inline_list; // run table: all inline files of the run
 // time stamp read while this count stays the same cannot have changed because
 // of the run, so it need not be read again.
 extern uint64_t disk_changes;
+// Comes before anything of the run that may change the disk: counts the change
+// and ends the reading ahead of times, which would go stale.
+void note_disk_change();
 
 // Runs a block; true when the last line carried out ended with exit code 0.
 bool run_commands(ptr_list commands);

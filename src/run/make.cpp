@@ -150,7 +150,6 @@ void make(int argc, char16_t **argv) {
     }
 
     run_special_target(u".INIT");
-    start_read_ahead();
     if (target_words) {
         for (void **w = target_words; *w && !aborted; ++w)
             make_target(static_cast<char16_t *>(*w));
@@ -173,7 +172,6 @@ void nested_make(int argc, char16_t **argv) {
     if (depth == MAX_NESTED_RUNS)
         report(MSG_USER_ERROR + FATAL, u"Nested runs too deep: more than 200 levels");
     ++depth;
-    stop_read_ahead(); // the nested run may change the folder and the disk
     target *saved_targets = target_list;
     file_node *saved_files = file_list;
     macro *saved_macros = macro_list;
@@ -203,13 +201,12 @@ void nested_make(int argc, char16_t **argv) {
     target_index = saved_indexes[0];
     file_index = saved_indexes[1];
     macro_index = saved_indexes[2];
-    resume_read_ahead();
     --depth;
 }
 
 // Deletion walks inline_list, so it comes before the records are released.
 void make_free() {
-    end_read_ahead();
+    stop_read_ahead();
     free_targets();
     free_files();
     free_commands();

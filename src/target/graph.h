@@ -87,19 +87,15 @@ command *add_command(const char16_t *text);
 // three lists.
 void attach_to_targets(ptr_list targets, ptr_list dependents, ptr_list commands);
 
-// File times read ahead. Once the makefiles are read, a helper thread reads the
-// times of the graph's names while the update walks it, so that a large build
-// waits for the disk on two processors. The times are good while the disk is
-// as it was: stop_read_ahead comes before any command, touch or nested run, and
-// drops them. The update then reads times itself, and after a while starts a
-// new round of reading ahead. A run with few names never reads ahead.
-void start_read_ahead();
+// File times read ahead. Once the update has read a number of times itself, a
+// helper thread reads the times of the graph's names while the update walks
+// them, so that a large build waits for the disk on two processors. The times
+// are good while the disk is as it was: stop_read_ahead, which every change to
+// the disk and the release of the names come after, drops them, and the count
+// starts again. A graph of few names is never read ahead.
 void stop_read_ahead();
-// After a nested run: the run that started it may read ahead again.
-void resume_read_ahead();
-// Before the run's names are released.
-void end_read_ahead();
-// 0 for a phony name, else the file's time: read ahead, or read now.
+// target_time, for a name whose node is known (null: it has none), from the
+// times read ahead when they hold it.
 uint64_t node_time(file_node *node, const char16_t *name);
 
 void free_targets();

@@ -133,9 +133,8 @@ uint64_t target_time(const char16_t *name) {
 }
 
 bool touch_target(const char16_t *name) {
-    stop_read_ahead();
     show_message(STREAM_OUT, MSG_TOUCH, name);
-    ++disk_changes;
+    note_disk_change();
     return set_file_time(name, now_time) == 0;
 }
 

@@ -126,10 +126,10 @@ TEST_F(GraphTest, BlocksOfSpecialAndRepeatedNames) {
 }
 
 // Enough names for the helper thread; every file has a time of its own, so a
-// time given to the wrong name shows. Whoever reads a name first, the update
-// gets the disk's time. After a stop (a command ran) nothing read before
-// counts: the next round, which starts once the update has read some times
-// itself, reads the disk anew.
+// time given to the wrong name shows. A round starts once the update has read
+// some times itself; whoever reads a name first, the update gets the disk's
+// time. After a stop (the disk changed) nothing read before counts: the next
+// round reads the disk anew.
 TEST_F(GraphTest, TimesReadAheadAreTheDisksOfTheirRound) {
     scratch_dir scratch;
     const uint64_t second = 10'000'000;
@@ -143,7 +143,6 @@ TEST_F(GraphTest, TimesReadAheadAreTheDisksOfTheirRound) {
         }
         nodes.push_back(add_file(names.back().c_str()));
     }
-    start_read_ahead();
     for (size_t i = 0; i < 500; ++i)
         EXPECT_EQ(node_time(nodes[i], names[i].c_str()), i % 100 == 7 ? 0 : base + i * second) << i;
     EXPECT_EQ(node_time(nullptr, names[5].c_str()), base + 5 * second);
