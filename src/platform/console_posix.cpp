@@ -18,6 +18,7 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include "platform/posix.h"
 #include "platform/system.h"
 #include "run/report.h"
 

@@ -3,6 +3,7 @@
 // and the few that the program makes up itself. Each text ends in CR LF, as a
 // system text does, since the diagnostic takes its line end from the text.
 #include "platform/message_format.h"
+#include "platform/posix.h"
 
 namespace {
 

@@ -4,6 +4,15 @@
 #include <cstddef>
 #include <cstdint>
 
+// Languages of the catalogue, and the one the user's locale chooses.
+constexpr uint16_t LANG_ENGLISH = 1033;
+constexpr uint16_t LANG_SWEDISH = 1053;
+uint16_t user_language();
+
+// Encodes wide text as UTF-8; returns a new byte text (null-terminated, caller
+// frees) and its length in *length.
+char *encode_text(const char16_t *text, size_t *length);
+
 // The Windows error code for an errno value; 31 for one with no counterpart.
 uint32_t map_errno(int error);
 

@@ -20,79 +20,6 @@ extern char **environ;
 
 namespace {
 
-bool is_blank(char16_t c) {
-    return c == u' ' || c == u'\t';
-}
-
-// Words never grow in the split, so a word has room for the rest of the line.
-char16_t *start_word(const char16_t *from) {
-    return xalloc_array<char16_t>(str_len(from) + 1);
-}
-
-// Reads the program word at p into a new text; returns the position behind it.
-const char16_t *take_program_word(const char16_t *p, char16_t **word) {
-    const char16_t *start = p;
-    const char16_t *end;
-    if (*p == u'"') {
-        start = ++p;
-        while (*p && *p != u'"')
-            ++p;
-        end = p;
-        if (*p) ++p;
-    } else {
-        while (*p && !is_blank(*p))
-            ++p;
-        end = p;
-    }
-    *word = str_dup_n(start, static_cast<size_t>(end - start));
-    return p;
-}
-
-// Reads one argument word at p, which is not blank, into a new text; returns
-// the position behind it.
-const char16_t *take_argument_word(const char16_t *p, char16_t **word) {
-    char16_t *out = start_word(p);
-    size_t n = 0;
-    bool quoted = false;
-    while (*p && (quoted || !is_blank(*p))) {
-        if (*p == u'\\') {
-            size_t slashes = 0;
-            while (*p == u'\\') {
-                ++slashes;
-                ++p;
-            }
-            if (*p != u'"') {
-                while (slashes--)
-                    out[n++] = u'\\';
-                continue;
-            }
-            for (size_t i = 0; i < slashes / 2; ++i)
-                out[n++] = u'\\';
-            if (slashes % 2) {
-                out[n++] = u'"';
-                ++p;
-            }
-            // An even run leaves the quote to the quote rules below.
-            continue;
-        }
-        if (*p == u'"') {
-            if (quoted && p[1] == u'"') {
-                out[n++] = u'"';
-                p += 2;
-                quoted = false;
-            } else {
-                quoted = !quoted;
-                ++p;
-            }
-            continue;
-        }
-        out[n++] = *p++;
-    }
-    out[n] = 0;
-    *word = out;
-    return p;
-}
-
 // Starts file with argv and waits for it to end.
 uint32_t spawn_and_wait(const char *file, char *const argv[], uint32_t *exit_code) {
     *exit_code = 0;
@@ -134,29 +61,6 @@ uint32_t spawn_and_wait(const char *file, char *const argv[], uint32_t *exit_cod
 }
 
 } // namespace
-
-char16_t **split_program_arguments(const char16_t *line, size_t *count) {
-    size_t n = 0;
-    size_t slots = 8;
-    char16_t **words = xalloc_array<char16_t *>(slots);
-    const char16_t *p = line ? line : u"";
-    while (is_blank(*p))
-        ++p;
-    if (*p) p = take_program_word(p, &words[n++]);
-    for (;;) {
-        while (is_blank(*p))
-            ++p;
-        if (!*p) break;
-        if (n + 1 == slots) {
-            slots += 8;
-            words = static_cast<char16_t **>(xrealloc(words, slots * sizeof(char16_t *)));
-        }
-        p = take_argument_word(p, &words[n++]);
-    }
-    words[n] = nullptr;
-    *count = n;
-    return words;
-}
 
 uint32_t run_program(const char16_t *command_line, uint32_t *exit_code) {
     *exit_code = 0;

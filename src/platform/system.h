@@ -150,9 +150,6 @@ uint32_t write_file(os_handle handle, const void *buffer, size_t count);
 // Returns 0, or 1113 when the text does not fit or cannot be converted.
 uint32_t decode_bytes(uint32_t code_page, const char *bytes, size_t count, char16_t *out,
                       size_t capacity, size_t *produced);
-// Encodes wide text for the system code page; returns a new byte text (null-
-// terminated, caller frees) and its length in *length.
-char *encode_text(const char16_t *text, size_t *length);
 
 // ---------------------------------------------------------------------------
 // Files. Names may use \ and / alike.
@@ -195,11 +192,9 @@ void find_close(find_state *search);
 uint64_t system_time();
 // Negative, zero or positive as a is earlier than, equal to or later than b.
 int compare_time(uint64_t a, uint64_t b);
-// Local calendar fields of a time stamp; false when it cannot be converted.
-struct calendar_time {
-    unsigned year, month, day, hour, minute, second;
-};
-bool local_calendar_time(uint64_t time, calendar_time *out);
+// The local date and time of a time stamp as the user reads them: the short
+// date, a comma and a blank, and the time. Null when it cannot be converted.
+char16_t *format_date_time(uint64_t time);
 
 // ---------------------------------------------------------------------------
 // Directories and environment.
@@ -211,14 +206,12 @@ char16_t *get_env(const char16_t *name);
 uint32_t set_env(const char16_t *name, const char16_t *value);
 
 // ---------------------------------------------------------------------------
-// Messages. Language of the catalogue: 1033 English or 1053 Swedish.
-constexpr uint16_t LANG_ENGLISH = 1033;
-constexpr uint16_t LANG_SWEDISH = 1053;
-uint16_t user_language();
-// Looks up id in the program's catalogue (customer bit set) or among the
-// system's error texts (customer bit clear), in the user's language, and
-// applies the inserts. Returns a new text, or null when no text exists.
-char16_t *format_message(uint32_t id, const fmt_arg *args, size_t count);
+// Messages. Looks up id in the program's catalogue and, with from_system, among
+// the system's error texts too, in the language the system chooses (English or
+// Swedish), and applies the inserts. A system text gets no inserts when none
+// are passed: what it has of its own is printed as it stands. Returns a new
+// text, or null when no text exists.
+char16_t *format_message(uint32_t id, const fmt_arg *args, size_t count, bool from_system);
 
 // ---------------------------------------------------------------------------
 // Memory: the size in bytes that the allocator holds for block; 0 for null.

@@ -3,6 +3,7 @@
 // a separator, time stamps count 100 ns units since 1601, and environment names
 // and wildcard matches ignore ASCII case.
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -403,18 +404,17 @@ int compare_time(uint64_t a, uint64_t b) {
     return a < b ? -1 : a > b ? 1 : 0;
 }
 
-bool local_calendar_time(uint64_t time, calendar_time *out) {
+// The user's short date and time, in one fixed pattern on this platform:
+// 2026-01-31, 14:05:09, in local time.
+char16_t *format_date_time(uint64_t time) {
     time_t seconds =
         static_cast<time_t>(static_cast<int64_t>(time / UNITS_PER_SECOND) - EPOCH_DIFFERENCE);
     struct tm fields;
-    if (!localtime_r(&seconds, &fields)) return false;
-    out->year = static_cast<unsigned>(fields.tm_year + 1900);
-    out->month = static_cast<unsigned>(fields.tm_mon + 1);
-    out->day = static_cast<unsigned>(fields.tm_mday);
-    out->hour = static_cast<unsigned>(fields.tm_hour);
-    out->minute = static_cast<unsigned>(fields.tm_min);
-    out->second = static_cast<unsigned>(fields.tm_sec);
-    return true;
+    if (!localtime_r(&seconds, &fields)) return nullptr;
+    char text[64];
+    snprintf(text, sizeof text, "%04d-%02d-%02d, %02d:%02d:%02d", fields.tm_year + 1900,
+             fields.tm_mon + 1, fields.tm_mday, fields.tm_hour, fields.tm_min, fields.tm_sec);
+    return decode_os_text(text, strlen(text));
 }
 
 char16_t *current_dir() {
@@ -486,11 +486,12 @@ uint16_t user_language() {
     return LANG_ENGLISH;
 }
 
-char16_t *format_message(uint32_t id, const fmt_arg *args, size_t count) {
+char16_t *format_message(uint32_t id, const fmt_arg *args, size_t count, bool from_system) {
     id &= MESSAGE_ID_MASK;
     uint16_t language = user_language();
-    const char16_t *text =
-        (id & 0x20000000) ? catalogue_text(id, language) : system_error_text(id, language);
+    const char16_t *text = (id & 0x20000000) ? catalogue_text(id, language)
+                           : from_system     ? system_error_text(id, language)
+                                             : nullptr;
     return text ? apply_inserts(text, args, count) : nullptr;
 }
 

@@ -1,5 +1,5 @@
-// Text primitives on wide text, and the one letter test that looks past ASCII.
-// Nothing here touches the operating system, so both builds share this file.
+// Text primitives on wide text. Nothing here touches the operating system, so
+// both builds share this file.
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -30,21 +30,6 @@ unsigned get_digit_value(char16_t c) {
 }
 
 } // namespace
-
-// Stands in for the locale's letter test of the drive check, in one fixed
-// locale: the ASCII letters; the Latin-1 letters 0xC0-0xFF apart from the two
-// operators 0xD7 and 0xF7; the ordinal indicators and micro sign 0xAA, 0xB5 and
-// 0xBA. Every unit from 0x100 on that is not a surrogate counts as a letter,
-// which errs on the side of a drive for scripts beyond Latin-1 (a path that
-// starts with such a character and a colon is taken as complete).
-bool is_char_alpha(char16_t c) {
-    if (c < 0x80) return is_alpha(c);
-    if (c < 0x100) {
-        if (c == 0xAA || c == 0xB5 || c == 0xBA) return true;
-        return c >= 0xC0 && c != 0xD7 && c != 0xF7;
-    }
-    return c < 0xD800 || c > 0xDFFF;
-}
 
 size_t str_len(const char16_t *text) {
     size_t n = 0;

@@ -59,7 +59,7 @@ void make_init(const char16_t *program) {
     // The abort line is formatted now, because the interrupt action may do no
     // more than write it.
     const fmt_arg name(u"TOLMEK");
-    if (char16_t *text = format_message(MSG_ABORTED, &name, 1)) {
+    if (char16_t *text = format_message(MSG_ABORTED, &name, 1, false)) {
         set_break_text(text);
         free(text);
     }

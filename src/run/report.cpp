@@ -15,9 +15,10 @@ constexpr const char16_t *PROGRAM_WORD = u"TOLMEK";
 
 // Formats message id with its inserts and writes it; a missing text writes
 // nothing. The result of the write is not looked at: there is no second way of
-// reporting.
-void write_message(os_handle stream, uint32_t id, const fmt_arg *args, size_t count) {
-    char16_t *text = format_message(id, args, count);
+// reporting. Only the text of a diagnostic may come from the system's table.
+void write_message(os_handle stream, uint32_t id, const fmt_arg *args, size_t count,
+                   bool from_system) {
+    char16_t *text = format_message(id, args, count, from_system);
     if (text) {
         write_text(stream, text, 0);
         free(text);
@@ -39,7 +40,7 @@ void write_message(os_handle stream, uint32_t id, const fmt_arg *args, size_t co
 } // namespace
 
 void show_message_args(os_handle stream, uint32_t id, const fmt_arg *args, size_t count) {
-    write_message(stream, id, args, count);
+    write_message(stream, id, args, count, false);
 }
 
 void report_args(uint32_t code, const fmt_arg *args, size_t count) {
@@ -54,7 +55,7 @@ void report_args(uint32_t code, const fmt_arg *args, size_t count) {
     if (fatal) show_message(STREAM_ERR, MSG_FATAL_WORD);
     if (severity == 3) show_message(STREAM_ERR, MSG_ERROR_WORD);
     if (severity == 2) show_message(STREAM_ERR, MSG_WARNING_WORD);
-    write_message(STREAM_ERR, id, args, count);
+    write_message(STREAM_ERR, id, args, count, true);
     if (fatal) make_exit(1);
     if (severity == 3) ++error_count;
 }

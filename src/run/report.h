@@ -16,7 +16,6 @@
 
 constexpr uint32_t FATAL = 0x8000;               // added to an id: the process ends after the text
 constexpr uint32_t WARNING = 0x80000000u;        // added to an id: severity warning
-constexpr uint32_t SEVERITY_ERROR = 0xC0000000u; // both severity bits; no caller raises it
 constexpr uint32_t MESSAGE_ID_MASK = 0x20007FFF;
 
 extern uint32_t error_count; // diagnostics of severity error so far

@@ -79,23 +79,7 @@ void show_time_compare(const char16_t *name1, uint64_t time1, const char16_t *na
     free(text2);
 }
 
-// The user's short date, a comma and a blank, and the time; on this platform
-// always in the pattern 2026-01-31, 14:05:09, in local time.
 char16_t *format_time(uint64_t time) {
-    calendar_time c;
-    if (compare_time(time, 0) <= 0 || !local_calendar_time(time, &c)) return str_dup(u"*");
-    char16_t digits[32];
-    const unsigned values[6] = {c.year, c.month, c.day, c.hour, c.minute, c.second};
-    const unsigned widths[6] = {4, 2, 2, 2, 2, 2};
-    size_t n = 0;
-    for (int i = 0; i < 6; ++i) {
-        unsigned v = values[i];
-        for (unsigned w = widths[i]; w > 0; --w) {
-            digits[n + w - 1] = static_cast<char16_t>(u'0' + v % 10);
-            v /= 10;
-        }
-        n += widths[i];
-    }
-    return str_printf(u"%.*ls-%.*ls-%.*ls, %.*ls:%.*ls:%.*ls", 4, digits, 2, digits + 4, 2,
-                      digits + 6, 2, digits + 8, 2, digits + 10, 2, digits + 12);
+    char16_t *text = compare_time(time, 0) > 0 ? format_date_time(time) : nullptr;
+    return text ? text : str_dup(u"*");
 }
