@@ -31,7 +31,12 @@ uint32_t decode_bytes(uint32_t code_page, const char *bytes, size_t count, char1
     if (capacity == 0) return ERR_NO_UNICODE_TRANSLATION;
     int units = 0;
     if (count) {
-        // Room for the terminator stays outside what the conversion may fill.
+        // Room for the terminator stays outside what the conversion may fill;
+        // a room of 0 would only ask for the size.
+        if (capacity == 1) {
+            out[0] = 0;
+            return ERR_NO_UNICODE_TRANSLATION;
+        }
         units = MultiByteToWideChar(code_page, 0, bytes, static_cast<int>(count), os_text(out),
                                     static_cast<int>(capacity - 1));
         if (units <= 0) {
