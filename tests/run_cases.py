@@ -97,9 +97,9 @@ def add_directive(case, directive, block):
         raise ValueError('%s: unknown directive %r' % (case.ident(), kind))
 
 
-def fill_in(text, ctx):
+def fill_in(text, ctx, quote=lambda value: value):
     for key in ('DIR', 'WDIR', 'TOLMEK'):
-        text = text.replace('{%s}' % key, ctx[key])
+        text = text.replace('{%s}' % key, quote(ctx[key]))
     return text.replace('{TAB}', '\t')
 
 
@@ -156,7 +156,7 @@ def normalise(data, encoding):
 
 
 def check_stream(name, mode, block, raw, ctx):
-    expected = fill_in('\n'.join(block), ctx).rstrip()
+    expected = fill_in('\n'.join(block), ctx, re.escape if mode == 're' else str).rstrip()
     actual = normalise(raw, ctx['encoding'])
     if mode == 'exact' and actual != expected:
         return '%s differs:\n--- expected\n%s\n--- actual\n%s' % (name, expected, actual)
@@ -215,6 +215,8 @@ def run_case(case, opts):
                'LANG': 'C.UTF-8', 'TZ': 'UTC', 'TMP': tmp, 'TEMP': tmp}
         passed_on = PASSED_ON + (WINE_VARIABLES if opts.windows else ())
         env.update((k, v) for k, v in os.environ.items() if k.startswith(passed_on))
+        if opts.windows:
+            env.setdefault('WINEDEBUG', '-all')  # Wine's own remarks are no output of ours
         env.update((k, fill_in(v, ctx)) for k, v in case.env.items())
         for name in case.unenv:
             env.pop(name, None)
@@ -270,7 +272,8 @@ def main():
             outcome = 'skipped' if run is None else 'failed' if problems else 'passed'
             counts[outcome] += 1
             if problems:
-                print('FAIL %s\n    %s' % (case.ident(), '\n'.join(problems).replace('\n', '\n    ')))
+                detail = '\n'.join(problems)[:3000]
+                print('FAIL %s\n    %s' % (case.ident(), detail.replace('\n', '\n    ')))
             elif opts.verbose:
                 print('%-4s %s' % ('ok' if run else 'skip', case.ident()))
             sys.stdout.flush()

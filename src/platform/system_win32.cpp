@@ -260,6 +260,7 @@ uint32_t set_env(const char16_t *name, const char16_t *value) {
 // on this platform a va_list is a pointer to such words, one per insert.
 char16_t *format_message(uint32_t id, const fmt_arg *args, size_t count, bool from_system) {
     static_assert(sizeof(va_list) == sizeof(DWORD_PTR *), "a va_list walks an array of words");
+    id &= MESSAGE_ID_MASK;
     DWORD flags = FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_HMODULE;
     if (from_system) flags |= FORMAT_MESSAGE_FROM_SYSTEM;
     // A system text may have inserts of its own; with none passed, they are

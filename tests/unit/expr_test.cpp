@@ -1,133 +1,16 @@
-// Conditions of !IF: the token stream of the lexer, the values the evaluator
-// computes, its primaries over directories and commands, the nesting limit and
-// the texts that end in the fatal report.
+// Conditions of !IF: the values the evaluator computes, the texts that end in
+// the fatal report, and the nesting limit.
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <string>
 
 #include "platform/system.h"
 #include "read/expression.h"
-#include "unit/scratch_dir.h"
 #include "unit/test_text.h"
 
 namespace {
 
-const char *const FATAL_TEXT = "^TOLMEK: fatal error: Invalid expression for !IF\\.\r\n$";
-
-const char *token_name(uint32_t token) {
-    static const char *const names[] = {
-        "INV", "NUM",  "STR", "NOT", "COMPL", "MUL", "DIV", "MOD",     "ADD",    "SUB",
-        "SHL", "SHR",  "LT",  "LE",  "GT",    "GE",  "EQ",  "NE",      "ANDAND", "AND",
-        "XOR", "OROR", "OR",  "LP",  "RP",    "LB",  "RB",  "DEFINED", "EXIST",  "END",
-    };
-    return token < sizeof names / sizeof names[0] ? names[token] : "?";
-}
-
-// Scans text to its end and shows the tokens as "[NUM 12][LE][STR a b][END]".
-// Stops after 600 tokens, should the lexer never reach the end.
-std::string tokens_of(const std::u16string &text) {
-    expr_lexer lexer;
-    init_lexer(&lexer, text.c_str());
-    std::string out;
-    for (int i = 0; i < 600; i++) {
-        const uint32_t token = next_token(&lexer);
-        out += "[";
-        out += token_name(token);
-        if (token == TOK_NUMBER || token == TOK_STRING) out += " " + to_utf8(lexer.token_text);
-        out += "]";
-        if (token == TOK_END) break;
-    }
-    return out;
-}
-
-struct token_row {
-    std::u16string text;
-    std::string tokens;
-};
-
-TEST(ExprLexer, SplitsConditionsIntoTokens) {
-    const std::string a255(255, 'a');
-    const std::u16string wide_a255 = widen(a255);
-    const token_row rows[] = {
-        {u"", "[END]"},
-        {u" \t ", "[END]"},
-        {u"12 <= \"a b\"", "[NUM 12][LE][STR a b][END]"},
-        // Strings: either quote, the other one ordinary, no escapes.
-        {u"'a b'", "[STR a b][END]"},
-        {u"\"it's\"", "[STR it's][END]"},
-        {u"'say \"hi\"'", "[STR say \"hi\"][END]"},
-        {u"\"a", "[STR a][END]"},
-        {u"\"\"", "[STR ][END]"},
-        {u"'", "[STR ][END]"},
-        {u"\"\u00C5 \t\n\"", "[STR \u00C5 \t\n][END]"},
-        {u"\"" + wide_a255 + u"\"1", "[STR " + a255 + "][NUM 1][END]"},
-        // One unit too many: the cut string goes on as expression text, and
-        // its closing quote opens an empty string.
-        {u"\"" + wide_a255 + u"a\"", "[STR " + a255 + "][INV][STR ][END]"},
-        {u"'" + wide_a255 + u"1'", "[STR " + a255 + "][NUM 1][STR ][END]"},
-        // Operators: the longest form wins, a lone '=' is invalid.
-        {u"<=<", "[LE][LT][END]"},
-        {u"!==", "[NE][INV][END]"},
-        {u"&&&", "[ANDAND][AND][END]"},
-        {u"|||", "[OROR][OR][END]"},
-        {u"<<<", "[SHL][LT][END]"},
-        {u">>=", "[SHR][INV][END]"},
-        {u"= =", "[INV][INV][END]"},
-        {u"! =", "[NOT][INV][END]"},
-        {u"~*/%+-()[]^", "[COMPL][MUL][DIV][MOD][ADD][SUB][LP][RP][LB][RB][XOR][END]"},
-        {u">=>==<", "[GE][GE][INV][LT][END]"},
-        // Numbers: digits only, checked later; a letter behind is a token of its own.
-        {u"0x1F 0XaB 017 08 0", "[NUM 0x1F][NUM 0XaB][NUM 017][NUM 08][NUM 0][END]"},
-        {u"0x", "[NUM 0x][END]"},
-        {u"0xg", "[NUM 0x][INV][END]"},
-        {u"12ab", "[NUM 12][INV][INV][END]"},
-        {u"0x1f0x2", "[NUM 0x1f0][INV][NUM 2][END]"},
-        {u"00x1", "[NUM 00][INV][NUM 1][END]"},
-        {repeat(u"1", 300),
-         "[NUM " + std::string(255, '1') + "][NUM " + std::string(45, '1') + "][END]"},
-        {u"0x" + repeat(u"f", 254), "[NUM 0x" + std::string(253, 'f') + "][INV][END]"},
-        // Keywords: any case, and only in front of '(', a blank or a tab.
-        {u"DEFINED(X)", "[DEFINED][LP][INV][RP][END]"},
-        {u"dEfInEd(", "[DEFINED][LP][END]"},
-        {u"definedx", "[INV][INV][INV][INV][INV][INV][INV][INV][END]"},
-        {u"defined", "[INV][INV][INV][INV][INV][INV][INV][END]"},
-        {u"defined\n(", "[INV][INV][INV][INV][INV][INV][INV][INV][LP][END]"},
-        {u"EXISTS(a)", "[EXIST][LP][INV][RP][END]"},
-        {u"ExIsT\t(", "[EXIST][LP][END]"},
-        {u"existing", "[INV][INV][INV][INV][INV][INV][INV][INV][END]"},
-        {u"existsx(", "[INV][INV][INV][INV][INV][INV][INV][LP][END]"},
-        // Everything else starts nothing: control characters, non-ASCII, bare words.
-        {u"1\n2", "[NUM 1][INV][NUM 2][END]"},
-        {u"\r\v\f\x7F", "[INV][INV][INV][INV][END]"},
-        {u"\u00C5\u00E4 \u3042", "[INV][INV][INV][END]"},
-        {u"#$,.:;?@\\_`{}",
-         "[INV][INV][INV][INV][INV][INV][INV][INV][INV][INV][INV][INV][INV][END]"},
-        {u"abc", "[INV][INV][INV][END]"},
-    };
-    for (const token_row &row : rows)
-        EXPECT_EQ(tokens_of(row.text), row.tokens) << "text: " << to_utf8(row.text);
-}
-
-TEST(ExprLexer, HoldsEveryPeekedTokenInvalidOnesIncluded) {
-    const char16_t text[] = u"@ 1";
-    expr_lexer lexer;
-    init_lexer(&lexer, text);
-    EXPECT_EQ(peek_token(&lexer), TOK_INVALID);
-    EXPECT_TRUE(lexer.held);
-    EXPECT_EQ(peek_token(&lexer), TOK_INVALID);
-    EXPECT_EQ(lexer.pos, text + 1);
-    EXPECT_EQ(next_token(&lexer), TOK_INVALID);
-    EXPECT_FALSE(lexer.held);
-    EXPECT_EQ(peek_token(&lexer), TOK_NUMBER);
-    EXPECT_EQ(next_token(&lexer), TOK_NUMBER);
-    for (int i = 0; i < 3; i++) {
-        EXPECT_EQ(next_token(&lexer), TOK_END);
-        EXPECT_EQ(lexer.pos, text + 3);
-    }
-    EXPECT_EQ(peek_token(&lexer), TOK_END);
-    EXPECT_TRUE(lexer.held);
-}
+const char *const FATAL_TEXT = "^TOLMEK: fatal error: Invalid expression for !IF\\.\\s*$";
 
 struct value_row {
     const char16_t *condition;
@@ -257,59 +140,4 @@ TEST(ExprEvalDeath, NestingStopsAtAThousandLevels) {
 
 // Conditions over a private folder: directories for exist, files left behind
 // by bracketed commands.
-class ExprFiles : public ::testing::Test {
-  protected:
-    scratch_dir scratch;
-    std::u16string base = scratch.path("");
-
-    void SetUp() override {
-        std::filesystem::create_directory(scratch.dir / "sub dir");
-        std::filesystem::create_directory(scratch.dir / "src");
-        scratch.write("plain", "x");
-    }
-};
-
-TEST_F(ExprFiles, ExistTestsForADirectoryWithBlanksQuotedOrNot) {
-    struct row {
-        const char16_t *before, *path, *after;
-        bool expected;
-    } rows[] = {
-        {u"exist(", u"src", u")", true},
-        {u"EXISTS (", u"src", u")", true},
-        {u"exist( \t", u"src", u")", true},
-        {u"exist(", u"plain", u")", false},
-        {u"!exist(", u"missing", u")", true},
-        {u"exist(\"", u"sub dir", u"\")", true},
-        {u"exist('", u"sub dir", u"' )", true},
-        {u"exist(", u"sub dir", u")", true},
-        {u"exist(", u"src ", u")", false}, // without quotes a trailing blank is part of the name
-        {u"!exist(\"", u"missing", u"\") && 1", true},
-    };
-    for (const row &r : rows) {
-        const std::u16string condition = r.before + base + r.path + r.after;
-        EXPECT_EQ(eval_condition(condition.c_str()) != 0, r.expected) << to_utf8(condition);
-    }
-    const std::u16string unclosed = u"exist(\"" + base + u"src";
-    EXPECT_EXIT(eval_condition(unclosed.c_str()), testing::ExitedWithCode(1), FATAL_TEXT);
-}
-
-TEST_F(ExprFiles, CommandValueIsTheExitCodeAndEveryCommandRuns) {
-    const value_row rows[] = {
-        {u"[true] == 0", true},
-        {u"[false] == 1", true},
-        {u"[exit 0]", false},
-        {u"[ \t exit 3 ]== 3", true},
-        // Prefixes are stepped over; '+' sends the command to the processor.
-        {u"[@-+ @exit 2] == 2", true},
-        {u"[-true] == 0", true},
-    };
-    expect_values(rows, sizeof rows / sizeof rows[0]);
-    // No short circuit: both commands leave their file.
-    const std::u16string mark = u"echo x> " + base;
-    EXPECT_TRUE(eval_condition((u"1 || [" + mark + u"or]").c_str()));
-    EXPECT_FALSE(eval_condition((u"0 && [" + mark + u"and]").c_str()));
-    EXPECT_TRUE(std::filesystem::exists(scratch.dir / "or"));
-    EXPECT_TRUE(std::filesystem::exists(scratch.dir / "and"));
-}
-
 } // namespace

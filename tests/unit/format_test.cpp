@@ -1,16 +1,13 @@
-// The counted formatter, two-step formatting, 8-bit file output and the insert
-// rules of message templates.
+// The formatter: its conversions, two-step formatting and 8-bit file output,
+// on both sides of the fast path.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <string>
 #include <vector>
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include "platform/message_format.h"
 #include "platform/system.h"
+#include "unit/scratch_dir.h"
 #include "unit/test_text.h"
 
 namespace {
@@ -62,17 +59,6 @@ TEST(FormatTest, ConversionsAndArgumentMismatches) {
     }
 }
 
-TEST(FormatTest, CountedFormatterCutsButCountsEverything) {
-    char16_t buffer[4] = {u'#', u'#', u'#', u'#'};
-    const fmt_arg arg(u"cdef");
-    EXPECT_EQ(format_counted(buffer, 4, u"ab%ls", &arg, 1), 6u);
-    EXPECT_EQ(std::u16string(buffer), u"abc");
-    EXPECT_EQ(format_counted(nullptr, 0, u"ab%ls", &arg, 1), 6u);
-    char16_t one[1] = {u'#'};
-    EXPECT_EQ(format_counted(one, 1, u"xyz", nullptr, 0), 3u);
-    EXPECT_EQ(one[0], 0);
-}
-
 TEST(FormatTest, TwoStepFormattingNeverCutsAtTheFastPathSize) {
     for (size_t length : {255u, 256u, 257u, 5000u}) {
         SCOPED_TRACE(length);
@@ -84,19 +70,14 @@ TEST(FormatTest, TwoStepFormattingNeverCutsAtTheFastPathSize) {
     }
 }
 
-// Reads back what file_printf wrote to a fresh temporary file.
+// Reads back what file_printf wrote to a fresh file.
 std::string print_to_file(uint32_t *result, const char *format, const std::vector<fmt_arg> &args) {
-    char name[] = "/tmp/tolmek-format-XXXXXX";
-    int fd = mkstemp(name);
-    *result = file_printf_args(fd, format, args.data(), args.size());
-    std::string bytes;
-    lseek(fd, 0, SEEK_SET);
-    char chunk[512];
-    for (ssize_t n; (n = read(fd, chunk, sizeof chunk)) > 0;)
-        bytes.append(chunk, static_cast<size_t>(n));
-    close(fd);
-    unlink(name);
-    return bytes;
+    scratch_dir scratch;
+    os_handle handle = INVALID_FILE;
+    EXPECT_EQ(create_file(scratch.path("out").c_str(), &handle), 0u);
+    *result = file_printf_args(handle, format, args.data(), args.size());
+    close_file(handle);
+    return scratch.read("out");
 }
 
 // Each unit is one byte; a unit above 255 fails the whole text, also past the
@@ -108,49 +89,20 @@ TEST(FormatTest, FilePrintWritesEachUnitAsOneByte) {
     // The 8-bit format's own bytes pass through untouched.
     EXPECT_EQ(print_to_file(&result, "\xA4%ls", {u"a"}), "\xA4"
                                                          "a");
-    std::u16string long_text(300, u'\u00FF');
-    EXPECT_EQ(print_to_file(&result, "%ls", {long_text.c_str()}), std::string(300, '\xFF'));
-    EXPECT_EQ(result, 0u);
+    // Both sides of the fast path: 255 units fit its buffer with the
+    // terminator, 256 do not.
+    for (size_t length : {255u, 256u, 257u}) {
+        std::u16string long_text(length, u'\u00FF');
+        EXPECT_EQ(print_to_file(&result, "%ls", {long_text.c_str()}), std::string(length, '\xFF'));
+        EXPECT_EQ(result, 0u);
+    }
 
     EXPECT_EQ(print_to_file(&result, "abc%ls", {u"x\u0100"}), "");
     EXPECT_NE(result, 0u);
-    long_text = std::u16string(400, u'a') + u"\U0001D11E";
+    const std::u16string long_text = std::u16string(400, u'a') + u"\U0001D11E";
     result = 0;
     EXPECT_EQ(print_to_file(&result, "%ls", {long_text.c_str()}), "");
     EXPECT_NE(result, 0u);
 }
-
-#ifndef _WIN32
-TEST(FormatTest, InsertsFollowTheMessageTemplateRules) {
-    const format_row rows[] = {
-        {u"%1 and %2", {u"a", u"b"}, u"a and b"},
-        {u"%2%1", {u"a", u"b"}, u"ba"},
-        {u"(%2!u!)", {u"f", 42u}, u"(42)"},
-        {u"%1!lu!", {4000000000u}, u"4000000000"},
-        {u"'/%1!c!'", {char16_t(u'\u00E5')}, u"'/\u00E5'"},
-        {u"%1!04X!|%1!s!", {255u}, u"00FF|"}, // wrong kind for !s!: nothing
-        {u"%1!s!", {u"t"}, u"t"},
-        {u"%1!-4s!|", {u"ab"}, u"ab  |"},
-        {u"%1!*s!|", {3, u"a"}, u"  a|"}, // * takes the next insert
-        {u"%10", {u"a"}, u"%10"},         // two digits: insert 10
-        {u"%1", {}, u"%1"},               // inserts not passed are not read
-        {u"%1!u! is %2", {}, u"%1!u! is %2"},
-        {u"%3", {u"a", u"b"}, u"%3"},
-        {u"%1!u", {u"t"}, u"t!u"}, // no closing mark: no format
-        {u"a%0b\r\n", {}, u"a"},
-        {u"line\r\n%0", {}, u"line\r\n"},
-        {u"50%% %. %! % x", {}, u"50% . !  x"},
-        {u"x%ny%rz%t", {}, u"x\r\ny\rz\t"},
-        {u"%q%", {}, u"%q%"},
-        {u"%1|", {static_cast<const char16_t *>(nullptr)}, u"|"},
-    };
-    for (const format_row &r : rows) {
-        SCOPED_TRACE(to_utf8(r.format));
-        char16_t *text = apply_inserts(r.format, r.args.data(), r.args.size());
-        EXPECT_EQ(to_utf8(text), to_utf8(r.expected));
-        free(text);
-    }
-}
-#endif
 
 } // namespace

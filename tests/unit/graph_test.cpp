@@ -1,10 +1,12 @@
-// The graph store: growing lists, name look-up, the rule-name decision and the
-// corners of blocks that the end-to-end cases do not reach.
+// The graph store: growing lists, times read ahead, and the depth of a chain
+// that the update walks.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <string>
 #include <vector>
+
+#include "platform/system.h"
 
 #include "run/make.h"
 #include "run/report.h"
@@ -17,32 +19,11 @@ namespace {
 
 class GraphTest : public testing::Test {
   protected:
+    scratch_dir scratch; // outlives the read-ahead, which TearDown stops
     void TearDown() override {
         make_free();
         opt_ignore = opt_silent = 0;
     }
-};
-
-// Shows a target as "name: deps | commands".
-std::string show(const target *t) {
-    std::string out = to_utf8(t->file->name) + ":";
-    for (void **d = t->dependents; d && *d; ++d)
-        out += " " + to_utf8(static_cast<file_node *>(*d)->name);
-    out += " |";
-    for (void **c = t->commands; c && *c; ++c)
-        out += " " + to_utf8(static_cast<command *>(*c)->text);
-    return out;
-}
-
-// Builds a local null-terminated list of up to three entries.
-struct local_list {
-    void *entries[4] = {};
-    local_list(void *a = nullptr, void *b = nullptr, void *c = nullptr) {
-        entries[0] = a;
-        entries[1] = a ? b : nullptr;
-        entries[2] = b ? c : nullptr;
-    }
-    ptr_list get() { return entries; }
 };
 
 TEST(PtrList, AddKeepsOrderAndTerminator) {
@@ -59,79 +40,7 @@ TEST(PtrList, AddKeepsOrderAndTerminator) {
     free(list);
 }
 
-TEST(PtrList, MergeCopiesAndLeavesOtherAlone) {
-    EXPECT_EQ(list_merge(nullptr, nullptr), nullptr);
-    void *empty[1] = {nullptr};
-    EXPECT_EQ(list_merge(nullptr, empty), nullptr);
-    int a, b, c;
-    void *other[3] = {&b, &c, nullptr};
-    ptr_list list = list_add(nullptr, &a);
-    list = list_merge(list, other);
-    ASSERT_EQ(list_count(list), 3u);
-    EXPECT_EQ(list[0], &a);
-    EXPECT_EQ(list[1], &b);
-    EXPECT_EQ(list[2], &c);
-    EXPECT_EQ(other[0], &b);
-    list = list_add(list, &a); // an exactly full block grows again
-    EXPECT_EQ(list_count(list), 4u);
-    free(list);
-}
-
-TEST_F(GraphTest, NamesAreOneNodeWhateverTheirCase) {
-    file_node *a = add_file(u"Foo.OBJ");
-    EXPECT_EQ(add_file(u"foo.obj"), a);
-    EXPECT_EQ(to_utf8(a->name), "Foo.OBJ");
-    EXPECT_NE(add_file(u"\u00c5.obj"), add_file(u"\u00e5.obj")); // no fold above ASCII
-    target *t = add_target(u"FOO.obj");
-    EXPECT_EQ(t->file, a);
-    EXPECT_EQ(t->hash, a->hash);
-    EXPECT_EQ(find_target(u"foo.OBJ"), t);
-    EXPECT_EQ(find_target(u"bar"), nullptr);
-    // The list runs newest first and a second add adds nothing.
-    add_target(u"two");
-    add_target(u"foo.obj");
-    EXPECT_EQ(to_utf8(target_list->file->name), "two");
-    EXPECT_EQ(target_list->next, t);
-}
-
-TEST_F(GraphTest, RuleNamesAreDecidedOnce) {
-    struct row {
-        const char16_t *name;
-        bool rule;
-    } rows[] = {
-        {u".c.obj", true},     {u".a-b.c", true},  {u"{src}.c.obj", true}, {u"{", true},
-        {u".SUFFIXES", false}, {u".PHONY", false}, {u".\\foo.exe", false}, {u"..\\foo.exe", false},
-        {u".", false},         {u".-a.b", false},  {u"a.c.obj", false},    {u".c", false},
-    };
-    for (const row &r : rows)
-        EXPECT_EQ(add_target(r.name)->is_rule != 0, r.rule) << to_utf8(r.name);
-}
-
-// A special name in any case sets its switch; a name repeated in one block gets
-// the dependents twice and the commands once.
-TEST_F(GraphTest, BlocksOfSpecialAndRepeatedNames) {
-    target *ignore = add_target(u".ignore");
-    target *silent = add_target(u".Silent");
-    target *a = add_target(u"a");
-    file_node *d = add_file(u"d");
-    command *cmd = add_command(u"run");
-    local_list first(ignore), second(silent), twice(a, a), deps(d), cmds(cmd);
-    attach_to_targets(first.get(), deps.get(), nullptr);
-    attach_to_targets(second.get(), nullptr, nullptr);
-    EXPECT_EQ(opt_ignore, 1);
-    EXPECT_EQ(opt_silent, 1);
-    EXPECT_EQ(show(ignore), ".ignore: d |");
-    attach_to_targets(twice.get(), deps.get(), cmds.get());
-    EXPECT_EQ(show(a), "a: d d | run");
-}
-
-// Enough names for the helper thread; every file has a time of its own, so a
-// time given to the wrong name shows. A round starts once the update has read
-// some times itself; whoever reads a name first, the update gets the disk's
-// time. After a stop (the disk changed) nothing read before counts: the next
-// round reads the disk anew.
 TEST_F(GraphTest, TimesReadAheadAreTheDisksOfTheirRound) {
-    scratch_dir scratch;
     const uint64_t second = 10'000'000;
     const uint64_t base = 133'000'000'000'000'000;
     std::vector<std::u16string> names;
@@ -153,6 +62,26 @@ TEST_F(GraphTest, TimesReadAheadAreTheDisksOfTheirRound) {
     }
     for (size_t i = 500; i < names.size(); ++i)
         EXPECT_EQ(node_time(nodes[i], names[i].c_str()), base - i * second) << i;
+}
+
+// A chain of 30,000 names, each with the next as its dependent: the update
+// recurses as deep as the chain, on the large stack of the fault scope.
+void update_long_chain(void *result) {
+    constexpr int length = 30000;
+    for (int i = 0; i < length - 1; ++i) {
+        void *targets[2] = {add_target(numbered(u"n", i).c_str()), nullptr};
+        void *dependents[2] = {add_file(numbered(u"n", i + 1).c_str()), nullptr};
+        attach_to_targets(targets, dependents, nullptr);
+    }
+    add_target(numbered(u"n", length - 1).c_str());
+    *static_cast<uint32_t *>(result) = update_target(u"n0", true);
+}
+
+TEST_F(GraphTest, AChainOf30000NamesIsWalkedToItsEnd) {
+    uint32_t result = 0;
+    fault_record fault = {};
+    ASSERT_TRUE(run_fault_scope(update_long_chain, &result, &fault)) << fault.code;
+    EXPECT_EQ(result, 0xFFFFFFFFu);
 }
 
 } // namespace

@@ -1,10 +1,11 @@
 // Encoded line input: byte order marks, line ends in bytes and in 16-bit units,
-// the limits of one chunk and of the caller's buffer, and the end-of-file mark.
+// the caller's buffer, the end-of-file mark, and files past the read-ahead.
 // Every file is written byte for byte and read the way the makefile reader does.
 #include <gtest/gtest.h>
 
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "read/reader.h"
 #include "unit/scratch_dir.h"
@@ -117,12 +118,6 @@ TEST_F(LineInput, LineEndsMarksAndEncodings) {
     }
 }
 
-TEST_F(LineInput, EncodingsWithoutMarkGivenByCaller) {
-    EXPECT_EQ(read_all("gr\xC3\xA4n\n", 4096, ENC_UTF8), "4 [gr<00E4>n] 38");
-    EXPECT_EQ(read_all("a\n", 4096, ENC_UNKNOWN), "0  30");
-    EXPECT_EQ(read_all("", 4096, ENC_UTF16BE), "6  38");
-}
-
 TEST_F(LineInput, CallersCapacity) {
     EXPECT_EQ(read_all("a\n", 0), "1  14");
     // Three characters need four places with the terminator.
@@ -134,68 +129,29 @@ TEST_F(LineInput, CallersCapacity) {
     EXPECT_EQ(read_all("\nx\n", 1), "1 [] 1113");
 }
 
-TEST_F(LineInput, ChunkAndBufferLimits) {
-    std::string ok_line = std::string(4095, 'x') + "\n";
-    EXPECT_EQ(read_all(ok_line), "1 [" + std::string(4095, 'x') + "] 38");
-    EXPECT_EQ(read_all(std::string(4096, 'x') + "\n"), "1  1113");
-
-    // 2729 three-byte characters and two more bytes: 8189 bytes in front of the
-    // line end, which fit the chunk while their 2731 characters fit the buffer.
-    std::string euros;
-    for (int i = 0; i < 2729; i++)
-        euros += "\xE2\x82\xAC";
-    std::string mark = hex("EF BB BF");
-    std::string shown;
-    for (int i = 0; i < 2729; i++)
-        shown += "<20AC>";
-    EXPECT_EQ(read_all(mark + euros + "ab\nz\n"), "3 [" + shown + "ab][z] 38");
-    EXPECT_EQ(read_all(mark + euros + "abc\nz\n"), "3  30");
-
-    // The chunk holds 4095 units: 4094 and the line end fit, 4095 do not.
-    std::string units_4094 = hex("FF FE");
-    for (int i = 0; i < 4094; i++)
-        units_4094 += hex("79 00");
-    EXPECT_EQ(read_all(units_4094 + hex("0A 00")), "5 [" + std::string(4094, 'y') + "] 38");
-    EXPECT_EQ(read_all(units_4094 + hex("79 00 0A 00")), "5  30");
-
-    // A CR that ends the first, short read is still joined by its LF.
-    const std::string first_piece(509, 'x');
-    EXPECT_EQ(read_all(first_piece + "\r\nb\n"), "1 [" + first_piece + "][b] 38");
-}
-
-struct bom_row {
+// The reader keeps a read-ahead of 64 KiB per file. Lines of 62 units and CR LF,
+// behind a first line one longer, put a CR LF pair across each 64 KiB
+// boundary; every line still comes whole, and in order.
+TEST_F(LineInput, AFileLongerThanTheReadAheadIsReadWhole) {
     std::string bytes;
-    size_t count;
-    text_encoding encoding;
-    size_t mark_length;
-};
-
-TEST(ClassifyBom, FirstFittingRuleDecides) {
-    const bom_row rows[] = {
-        {hex("FF FE 00 00"), 4, ENC_UTF32LE, 4},
-        {hex("FF FE 00 00"), 3, ENC_UTF16LE, 2},
-        {hex("FF FE 00 01"), 4, ENC_UTF16LE, 2},
-        {hex("00 00 FE FF"), 4, ENC_UTF32BE, 4},
-        {hex("00 00 FE FF"), 3, ENC_ANSI, 0},
-        {hex("EF BB BF 00"), 3, ENC_UTF8_BOM, 3},
-        {hex("EF BB BF"), 2, ENC_ANSI, 0},
-        {hex("FF FE"), 2, ENC_UTF16LE, 2},
-        {hex("FE FF 00 00"), 4, ENC_UTF16BE, 2},
-        {hex("FF"), 1, ENC_ANSI, 0},
-        {"", 0, ENC_ANSI, 0},
-        {"abcd", 4, ENC_ANSI, 0},
-    };
-    int index = 0;
-    for (const bom_row &row : rows) {
-        const auto *bytes = reinterpret_cast<const uint8_t *>(row.bytes.data());
-        text_encoding found = classify_bom(bytes, row.count);
-        EXPECT_EQ(found, row.encoding) << "row " << index;
-        EXPECT_EQ(bom_of_encoding(found), row.mark_length) << "row " << index;
-        index++;
+    std::vector<std::string> lines;
+    for (int i = 0; bytes.size() < 200000; ++i) {
+        std::string line = (i == 0 ? "first " : "line ") + std::to_string(i);
+        line.resize(i == 0 ? 63 : 62, '.');
+        lines.push_back(line);
+        bytes += line + "\r\n";
     }
-    EXPECT_EQ(bom_of_encoding(ENC_UNKNOWN), 0u);
-    EXPECT_EQ(bom_of_encoding(ENC_OEM), 0u);
-    EXPECT_EQ(bom_of_encoding(ENC_UTF8), 0u);
+    ASSERT_EQ(bytes.substr(65535, 2), "\r\n");
+    os_handle handle = INVALID_FILE;
+    ASSERT_EQ(open_input(write_bytes(bytes).c_str(), &handle), 0u);
+    ASSERT_EQ(detect_encoding(handle), ENC_ANSI);
+    char16_t buffer[4096];
+    for (const std::string &line : lines) {
+        ASSERT_EQ(read_line(handle, buffer, 4096, ENC_ANSI, 0), 0u) << line;
+        ASSERT_EQ(to_display(buffer), line);
+    }
+    EXPECT_EQ(read_line(handle, buffer, 4096, ENC_ANSI, 0), ERR_HANDLE_EOF);
+    close_file(handle);
 }
 
 } // namespace

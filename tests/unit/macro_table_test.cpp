@@ -1,6 +1,5 @@
-// The macro table: definition lines, one record per name, the tie to the
-// environment in both directions, !UNDEF, the name warning, and the table
-// side of deferred substitutions.
+// The macro table: definition lines, many names found through the index, and
+// the tie to the environment in both directions.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -28,30 +27,12 @@ std::string env_of(const char16_t *name) {
     return out;
 }
 
-std::string expand_text(const char16_t *text, const char16_t *defining_name = nullptr,
-                        bool in_command = false) {
-    char16_t *result = expand_macros(text, defining_name, in_command, nullptr);
-    std::string out = to_utf8(result);
-    free(result);
-    return out;
-}
-
 // Shows the table newest first as "name=value name=value".
 std::string table() {
     std::string out;
     for (const macro *m = macro_list; m; m = m->next)
         out += (out.empty() ? "" : " ") + to_utf8(m->name) + "=" +
                (m->value ? to_utf8(m->value) : "(null)");
-    return out;
-}
-
-// Shows a macro's pending pairs as "[search=replacement]...".
-std::string pairs_of(const char16_t *name) {
-    const macro *m = find_macro(name, false);
-    std::string out;
-    for (void **p = m ? m->substitutions : nullptr; p && p[0]; p += 2)
-        out += "[" + to_utf8(static_cast<char16_t *>(p[0])) + "=" +
-               to_utf8(p[1] ? static_cast<char16_t *>(p[1]) : u"(null)") + "]";
     return out;
 }
 
@@ -134,22 +115,6 @@ TEST_F(MacroTable, ParseMacroLine) {
     }
 }
 
-// One record per name, spelled as first written; names whose hash masks are
-// equal stay apart; the table runs newest first.
-TEST_F(MacroTable, OneRecordPerNameAndEqualMasksKeptApart) {
-    set_variable(u"CC", nullptr);
-    ASSERT_EQ(parse_macro_line(u"cc = x"), 1);
-    ASSERT_EQ(parse_macro_line(u"CC = y"), 1);
-    ASSERT_EQ(parse_macro_line(u"Cc += z"), 1);
-    EXPECT_EQ(table(), "cc=yz");
-    make_free();
-    ASSERT_EQ(hash_name(u"AAC"), hash_name(u"ABB"));
-    set_macro(u"AAC", u"1", 0);
-    set_macro(u"ABB", u"2", 0);
-    set_macro(u"aac", u"3", 0);
-    EXPECT_EQ(table(), "ABB=2 AAC=3");
-}
-
 // Many names, and names taken out and put back, are all found again; a name
 // taken out doesn't hide the names stored after it.
 TEST_F(MacroTable, ManyNamesAndChurnStayFindable) {
@@ -217,76 +182,6 @@ TEST_F(MacroTable, AlwaysExportedNamesExistWithoutTheEnvironment) {
     ASSERT_EQ(parse_macro_line(u"LIB += x"), 1);
     EXPECT_EQ(value_of(u"LIB"), "\"x\"");
     EXPECT_EQ(env_of(u"LIB"), "\"x\"");
-}
-
-// !UNDEF takes the record off wherever it stands; the environment is not
-// asked, so a name it holds comes back at the next look-up.
-TEST_F(MacroTable, UndefineTakesTheRecordOffAndNeverImports) {
-    set_macro(u"A", u"1", 0);
-    set_macro(u"B", u"2", 0);
-    set_macro(u"C", u"3", 0);
-    undefine_macro(u"b");
-    EXPECT_EQ(table(), "C=3 A=1");
-    undefine_macro(u"C");
-    undefine_macro(u"A");
-    undefine_macro(u"A");
-    EXPECT_EQ(macro_list, nullptr);
-
-    set_variable(u"TOLMEK_MT_BACK", u"env");
-    undefine_macro(u"TOLMEK_MT_BACK");
-    EXPECT_EQ(macro_list, nullptr);
-    EXPECT_EQ(value_of(u"TOLMEK_MT_BACK"), "\"env\"");
-}
-
-// Pending pairs come from a definition that refers to its own macro; they
-// wait for the use, after the reference's own substitution. set_macro keeps
-// them only in mode 1 while the mark of that definition is set.
-TEST_F(MacroTable, PendingPairsWaitForTheUse) {
-    set_macro(u"A", u"$(B)", 0);
-    ASSERT_EQ(parse_macro_line(u"A = $(A:a=b)"), 1);
-    ASSERT_EQ(parse_macro_line(u"A = $(A:b=c) x"), 1);
-    EXPECT_EQ(value_of(u"A"), "\"$(B) x\"");
-    EXPECT_EQ(expand_text(u"$(A:p=q)", u"A"), "$(B) x");
-    EXPECT_EQ(pairs_of(u"A"), "[a=b][b=c][p=q]");
-    set_macro(u"B", u"ab", 0);
-    EXPECT_EQ(expand_text(u"$(A:x=a)"), "cc c");
-    EXPECT_EQ(expand_text(u"$A", nullptr, true), "cc x");
-
-    set_macro(u"A", u"$(B)", 1);
-    EXPECT_EQ(pairs_of(u"A"), "[a=b][b=c][p=q]");
-    clear_macro_mark(u"A");
-    set_macro(u"A", u"$(B)", 1);
-    EXPECT_EQ(pairs_of(u"A"), "");
-    ASSERT_EQ(parse_macro_line(u"A = $(A:a=b)"), 1);
-    set_macro(u"A", u"$(B)", 0);
-    EXPECT_EQ(pairs_of(u"A"), "");
-}
-
-TEST_F(MacroTable, InappropriateNamesDrawAWarningOnEveryLookUp) {
-    const char16_t *names[] = {u"A\tB", u"A\"B", u"A'B", u"A#B", u"A$B", u"A%B", u"A+B", u"A=B"};
-    for (const char16_t *name : names) {
-        testing::internal::CaptureStderr();
-        EXPECT_EQ(find_macro(name, false), nullptr);
-        EXPECT_EQ(testing::internal::GetCapturedStderr(),
-                  "TOLMEK: warning: The name '" + to_utf8(name) +
-                      "' contains one or more inappropriate characters.\r\n");
-    }
-    const std::string warning =
-        "TOLMEK: warning: The name 'A$B' contains one or more inappropriate characters.\r\n";
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(parse_macro_line(u"A$B=1"), 1);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), warning + warning);
-    testing::internal::CaptureStderr();
-    EXPECT_EQ(value_of(u"A$B"), "\"1\"");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), warning);
-    testing::internal::CaptureStderr();
-    undefine_macro(u"A$B");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), warning);
-
-    testing::internal::CaptureStderr();
-    set_macro(u"A.B-c:d/e\\f@", u"x", 0);
-    undefine_macro(u"A.B-c:d/e\\f@");
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
 }
 
 } // namespace

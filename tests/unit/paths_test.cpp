@@ -1,4 +1,4 @@
-// Paths: base names, stems, directory parts, full paths and splitting.
+// Paths: directory parts, full paths folded against a base, and the cuts of split_path.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -9,38 +9,6 @@
 #include "unit/test_text.h"
 
 namespace {
-
-TEST(PathsTest, BaseNameIsBehindTheLastSeparatorOrColon) {
-    struct row {
-        const char16_t *path;
-        size_t offset;
-    };
-    const row rows[] = {
-        {u"name.c", 0},  {u"dir\\name.c", 4}, {u"a/b\\c", 4}, {u"c:name", 2},
-        {u"c:\\d\\", 5}, {u"dir/", 4},        {u"", 0},       {u"x:", 2},
-    };
-    for (const row &r : rows) {
-        SCOPED_TRACE(to_utf8(r.path));
-        EXPECT_EQ(base_name(r.path), r.path + r.offset);
-    }
-    EXPECT_EQ(std::u16string(base_name(nullptr)), u"");
-}
-
-TEST(PathsTest, StemEndsAtTheLastDotOfTheLastSegment) {
-    struct row {
-        const char16_t *name;
-        size_t stem;
-    };
-    const row rows[] = {
-        {u"main.c", 4},  {u"a.b.c", 3}, {u"noext", 5}, {u"dir.x\\name", 10},
-        {u"dir.x/n", 7}, {u".c", 0},    {u"name.", 4}, {u"", 0},
-        {u"c:x.y", 3},   {u"d.e:f", 1}, // the colon plays no part
-    };
-    for (const row &r : rows) {
-        SCOPED_TRACE(to_utf8(r.name));
-        EXPECT_EQ(stem_length(r.name), r.stem);
-    }
-}
 
 TEST(PathsTest, DirectoryPartDropsItsSeparatorExceptAtARoot) {
     struct row {
@@ -92,52 +60,6 @@ TEST(PathsTest, FullPathFoldsDotsAgainstTheBase) {
         char16_t *full = make_full_path(r.name, r.base);
         EXPECT_EQ(to_utf8(full), to_utf8(r.full));
         free(full);
-    }
-}
-
-TEST(PathsTest, FullPathWithoutBaseUsesTheCurrentDirectory) {
-    char16_t *here = current_dir();
-    ASSERT_NE(here, nullptr);
-    char16_t *full = make_full_path(u"x\\y", nullptr);
-    EXPECT_EQ(to_utf8(full), to_utf8(here) + "\\x\\y");
-    free(full);
-    free(here);
-}
-
-TEST(PathsTest, FullPathIsCutAt4095Units) {
-    std::u16string base(4090, u'b');
-    char16_t *full = make_full_path(u"abcdefghij", base.c_str());
-    EXPECT_EQ(to_utf8(full), to_utf8(base + u"\\abcd"));
-    free(full);
-    std::u16string exact(4094, u'b');
-    full = make_full_path(u"z", exact.c_str());
-    EXPECT_EQ(str_len(full), 4095u); // the separator fits, the name does not
-    EXPECT_EQ(full[4094], u'\\');
-    free(full);
-}
-
-TEST(PathsTest, SplitPathGivesDriveDirectoryBaseAndExtension) {
-    struct row {
-        const char16_t *path, *drive, *directory, *base, *extension;
-    };
-    const row rows[] = {
-        {u"c:\\dir\\name.ext", u"c:", u"\\dir\\", u"name", u".ext"},
-        {u"c:\\dir.x\\name", u"c:", u"\\dir.x\\", u"name", u""},
-        {u"dir/a.b.c", u"", u"dir/", u"a.b", u".c"},
-        {u".profile", u"", u"", u"", u".profile"},
-        {u"name.", u"", u"", u"name", u"."},
-        {u"c:", u"c:", u"", u"", u""},
-        {u"x", u"", u"", u"x", u""},
-        {u"", u"", u"", u"", u""},
-    };
-    for (const row &r : rows) {
-        SCOPED_TRACE(to_utf8(r.path));
-        char16_t drive[3], directory[PATH_PART], base[PATH_PART], extension[PATH_PART];
-        split_path(r.path, drive, directory, base, extension);
-        EXPECT_EQ(to_utf8(drive), to_utf8(r.drive));
-        EXPECT_EQ(to_utf8(directory), to_utf8(r.directory));
-        EXPECT_EQ(to_utf8(base), to_utf8(r.base));
-        EXPECT_EQ(to_utf8(extension), to_utf8(r.extension));
     }
 }
 

@@ -1,7 +1,7 @@
-// What system.h promises, checked against the real file system: error codes,
-// time stamps, wildcard order, temporary names, the environment, output,
-// decoding, the fault scope and the system's texts. Each test works in a
-// temporary folder of its own.
+// What the POSIX layer settles in its own way: error codes, wildcard matching
+// and order, environment names, UTF-8 in and out, the system's texts in two
+// languages, the insert rules of message templates, the time text and the
+// letter test of drive names. Each test of files works in a folder of its own.
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -95,41 +95,6 @@ struct saved_env {
     }
 };
 
-TEST_F(PlatformTest, SetFileTimeCreatesAndFileTimeReadsItBackExactly) {
-    std::u16string name = path(u"a.obj");
-    EXPECT_EQ(file_time(name.c_str()), 0u);
-    EXPECT_EQ(set_file_time(name.c_str(), SOME_TIME), 0u);
-    EXPECT_EQ(file_time(name.c_str()), SOME_TIME);
-    // Backslashes reach the system as slashes.
-    EXPECT_EQ(file_time((wide_dir + u"\\a.obj").c_str()), SOME_TIME);
-
-    make_file(u"kept.txt", "hello");
-    EXPECT_EQ(set_file_time(path(u"kept.txt").c_str(), SOME_TIME + 1), 0u);
-    EXPECT_EQ(read_back(u"kept.txt"), "hello");
-    EXPECT_EQ(file_time(path(u"kept.txt").c_str()), SOME_TIME + 1);
-
-    EXPECT_NE(file_time(wide_dir.c_str()), 0u); // a directory has a time
-    EXPECT_EQ(set_file_time(path(u"missing/x").c_str(), SOME_TIME), ERR_FILE_NOT_FOUND);
-    EXPECT_EQ(set_file_time(wide_dir.c_str(), SOME_TIME), ERR_ACCESS_DENIED);
-}
-
-TEST_F(PlatformTest, FileExistsSaysNoOnlyForSureAbsence) {
-    make_file(u"file");
-    EXPECT_TRUE(file_exists(path(u"file").c_str()));
-    EXPECT_TRUE(file_exists(wide_dir.c_str()));
-    EXPECT_FALSE(file_exists(path(u"missing").c_str()));
-    EXPECT_FALSE(file_exists(path(u"missing\\deeper").c_str()));
-    EXPECT_FALSE(file_exists(path(u"file/under").c_str()));
-    EXPECT_TRUE(is_directory(wide_dir.c_str()));
-    EXPECT_FALSE(is_directory(path(u"file").c_str()));
-    EXPECT_FALSE(is_directory(path(u"missing").c_str()));
-
-    if (geteuid() == 0) GTEST_SKIP() << "access checks do not apply to root";
-    ASSERT_EQ(mkdir((dir + "/locked").c_str(), 0), 0);
-    EXPECT_TRUE(file_exists(path(u"locked/anything").c_str()));
-    EXPECT_EQ(file_time(path(u"locked/anything").c_str()), 0u);
-}
-
 TEST_F(PlatformTest, WildcardsMatchAsOnTheCommandPromptInFoldedOrder) {
     for (const char16_t *name : {u"b.c", u"a.C", u"A.c", u"noext", u".hidden", u"x.obj", u"ab.c"})
         make_file(name);
@@ -173,41 +138,6 @@ TEST_F(PlatformTest, WildcardTimeAndExistenceComeFromTheFirstMatch) {
     EXPECT_FALSE(file_exists(path(u"missing/*").c_str()));
 }
 
-TEST_F(PlatformTest, TemporaryFilesAreNewEmptyAndUniquelyNamed) {
-    saved_env tmp("TMP"), temp("TEMP"), tmpdir("TMPDIR");
-    setenv("TMP", dir.c_str(), 1);
-    const std::regex shape(dir + "/QX[0-9A-F]{1,4}\\.TMP");
-    std::set<std::string> names;
-    for (int i = 0; i < 40; ++i) {
-        char16_t *name = nullptr;
-        os_handle handle = INVALID_FILE;
-        ASSERT_EQ(create_temp_file(&name, i % 2 ? &handle : nullptr, false), 0u);
-        std::string os = to_utf8(name);
-        EXPECT_TRUE(std::regex_match(os, shape)) << os;
-        EXPECT_TRUE(std::regex_match(os, std::regex(".*/QX(0|[1-9A-F][0-9A-F]{0,3})\\.TMP"))) << os;
-        EXPECT_TRUE(names.insert(os).second) << "name given twice: " << os;
-        struct stat info;
-        ASSERT_EQ(stat(os.c_str(), &info), 0);
-        EXPECT_EQ(info.st_size, 0);
-        if (i % 2) {
-            EXPECT_EQ(write_file(handle, "xy", 2), 0u);
-            EXPECT_EQ(close_file(handle), 0u);
-            ASSERT_EQ(stat(os.c_str(), &info), 0);
-            EXPECT_EQ(info.st_size, 2);
-        }
-        free(name);
-    }
-
-    // TMP empty counts as unset: TEMP is next, and a missing folder is a failure.
-    setenv("TMP", "", 1);
-    setenv("TEMP", (dir + "/missing").c_str(), 1);
-    char16_t *name = reinterpret_cast<char16_t *>(1);
-    os_handle handle = 7;
-    EXPECT_EQ(create_temp_file(&name, &handle, false), ERR_FILE_NOT_FOUND);
-    EXPECT_EQ(name, nullptr);
-    EXPECT_EQ(handle, INVALID_FILE);
-}
-
 TEST_F(PlatformTest, FilesOpenReadSeekAndReportWindowsCodes) {
     os_handle handle = 0;
     ASSERT_EQ(create_file(path(u"data").c_str(), &handle), 0u);
@@ -242,16 +172,6 @@ TEST_F(PlatformTest, FilesOpenReadSeekAndReportWindowsCodes) {
     EXPECT_EQ(close_file(12345), ERR_INVALID_HANDLE);
 }
 
-TEST_F(PlatformTest, CurrentDirectoryFollowsChangeDir) {
-    std::u16string sub = path(u"sub \u00E5");
-    ASSERT_EQ(mkdir(to_utf8(sub).c_str(), 0777), 0);
-    ASSERT_EQ(change_dir(sub.c_str()), 0u);
-    char resolved[4096];
-    ASSERT_NE(realpath(to_utf8(sub).c_str(), resolved), nullptr);
-    EXPECT_EQ(take_text(current_dir()), resolved);
-    EXPECT_EQ(change_dir(path(u"missing").c_str()), ERR_FILE_NOT_FOUND);
-}
-
 TEST(EnvironmentTest, NamesIgnoreCaseAndEmptyValuesReadAsUnset) {
     saved_env a("TolmekTestVar"), b("TOLMEKTESTVAR"), c("tolmektestvar");
     unsetenv("TOLMEKTESTVAR");
@@ -279,7 +199,8 @@ TEST(EnvironmentTest, NamesIgnoreCaseAndEmptyValuesReadAsUnset) {
 TEST(OutputTest, WriteTextGoesOutAsUtf8WithReplacedLoneSurrogates) {
     int fds[2];
     ASSERT_EQ(pipe(fds), 0);
-    const char16_t text[] = {u'a', 0xE9, 0x20AC, 0xD834, 0xDD1E, 0xD800, u'b', 0xDC00, 0};
+    const char16_t text[] = {u'a',   0x7F,   0x80, 0x7FF,  0x800, 0xD834,
+                             0xDD1E, 0xD800, u'b', 0xDC00, 0};
     EXPECT_EQ(write_text(fds[1], text, 0), 0u);
     EXPECT_EQ(write_text(fds[1], u"", 0), 0u);
     EXPECT_EQ(out_printf(fds[1], u"<%ls>", u"\u00C5"), 0u);
@@ -288,7 +209,7 @@ TEST(OutputTest, WriteTextGoesOutAsUtf8WithReplacedLoneSurrogates) {
     ssize_t n = read(fds[0], buffer, sizeof buffer);
     close(fds[0]);
     EXPECT_EQ(std::string(buffer, static_cast<size_t>(n > 0 ? n : 0)),
-              "a\xC3\xA9\xE2\x82\xAC\xF0\x9D\x84\x9E\xEF\xBF\xBD"
+              "a\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xF0\x9D\x84\x9E\xEF\xBF\xBD"
               "b\xEF\xBF\xBD<\xC3\x85>");
     EXPECT_EQ(write_text(fds[1], u"x", 0), ERR_INVALID_HANDLE);
 }
@@ -327,114 +248,6 @@ TEST(CodecTest, DecodingReplacesEachMalformedByte) {
             EXPECT_EQ(out[produced], 0);
         }
     }
-}
-
-TEST(CodecTest, DecodingFailsWhenTheTerminatorDoesNotFit) {
-    char16_t out[4];
-    size_t produced = 0;
-    EXPECT_EQ(decode_bytes(0, "abc", 3, out, 4, &produced), 0u);
-    EXPECT_EQ(decode_bytes(0, "abcd", 4, out, 4, &produced), ERR_NO_UNICODE_TRANSLATION);
-    EXPECT_EQ(decode_bytes(0, "a\xF0\x9D\x84\x9E", 5, out, 3, &produced),
-              ERR_NO_UNICODE_TRANSLATION);
-    EXPECT_EQ(decode_bytes(0, "", 0, out, 0, &produced), ERR_NO_UNICODE_TRANSLATION);
-    EXPECT_EQ(decode_bytes(0, "", 0, out, 1, &produced), 0u);
-    EXPECT_EQ(produced, 0u);
-}
-
-void return_at_once(void *arg) {
-    *static_cast<int *>(arg) = 1;
-}
-
-// The faults are the point here, so the undefined-behaviour checks of a
-// sanitizer build must not stop them first.
-#define FAULTING __attribute__((no_sanitize("undefined")))
-
-FAULTING void write_through_null(void *) {
-    volatile int *volatile target = nullptr;
-    *target = 1;
-}
-
-FAULTING void divide_by_zero(void *) {
-    // Both operands volatile: with a constant dividend the compiler may
-    // replace the division by a compare.
-    volatile int dividend = 7, zero = 0;
-    volatile int result = dividend / zero;
-    (void)result;
-}
-
-volatile uintptr_t depth_limit = ~uintptr_t(0); // never reached: the stack runs out first
-
-void recurse_deeply(void *depth) {
-    volatile char frame[4096];
-    uintptr_t next = reinterpret_cast<uintptr_t>(depth) + 1;
-    frame[0] = static_cast<char>(next);
-    if (next < depth_limit)
-        recurse_deeply(reinterpret_cast<void *>(next + static_cast<uintptr_t>(frame[0] & 0)));
-    frame[1] = 0; // work behind the call keeps it from becoming a jump
-}
-
-TEST(FaultScopeTest, FaultsBecomeWindowsExceptionCodes) {
-    struct sigaction before;
-    sigaction(SIGSEGV, nullptr, &before);
-    int ran = 0;
-    fault_record fault = {1, 1};
-    EXPECT_TRUE(run_fault_scope(return_at_once, &ran, &fault));
-    EXPECT_EQ(ran, 1);
-
-    EXPECT_FALSE(run_fault_scope(write_through_null, nullptr, &fault));
-    EXPECT_EQ(fault.code, 0xC0000005u);
-    EXPECT_EQ(fault.address, 0u);
-
-    EXPECT_FALSE(run_fault_scope(divide_by_zero, nullptr, &fault));
-    EXPECT_EQ(fault.code, 0xC0000094u);
-    EXPECT_NE(fault.address, 0u);
-
-    EXPECT_FALSE(run_fault_scope(recurse_deeply, nullptr, &fault));
-    EXPECT_EQ(fault.code, 0xC00000FDu);
-
-    // The scope leaves the actions as it found them.
-    struct sigaction after;
-    sigaction(SIGSEGV, nullptr, &after);
-    EXPECT_EQ(reinterpret_cast<void *>(after.sa_handler),
-              reinterpret_cast<void *>(before.sa_handler));
-}
-
-int break_calls, break_signal;
-void count_break(int signal) {
-    ++break_calls;
-    break_signal = signal;
-    write_break_text();
-}
-
-TEST(BreakTest, TheHandlerRunsOnceAndTheTextGoesToStandardError) {
-    int fds[2];
-    ASSERT_EQ(pipe(fds), 0);
-    int saved_err = dup(2);
-    dup2(fds[1], 2);
-    // A fault scope run earlier in this process leaves the interrupts blocked.
-    sigset_t interrupts;
-    sigemptyset(&interrupts);
-    sigaddset(&interrupts, SIGINT);
-    pthread_sigmask(SIG_UNBLOCK, &interrupts, nullptr);
-    set_break_text(u"TOLMEK: aborted \u00E5.\r\n");
-    ASSERT_TRUE(install_break_handler(count_break));
-    raise(SIGINT);
-    dup2(saved_err, 2);
-    close(saved_err);
-    close(fds[1]);
-    char buffer[64];
-    ssize_t n = read(fds[0], buffer, sizeof buffer);
-    close(fds[0]);
-    EXPECT_EQ(break_calls, 1);
-    EXPECT_EQ(break_signal, 2);
-    EXPECT_EQ(std::string(buffer, static_cast<size_t>(n > 0 ? n : 0)),
-              "TOLMEK: aborted \xC3\xA5.\r\n");
-    // The next interrupt gets the default action, which ends the process.
-    struct sigaction now;
-    sigaction(SIGINT, nullptr, &now);
-    EXPECT_EQ(now.sa_handler, SIG_DFL);
-    sigaction(SIGHUP, nullptr, &now);
-    EXPECT_EQ(now.sa_handler, SIG_DFL);
 }
 
 TEST(MessageTest, SystemTextsEndInALineEndInBothLanguages) {
@@ -481,6 +294,60 @@ TEST(TimeTest, ClockCalendarAndCompare) {
     setenv("TZ", "UTC", 1);
     tzset();
     EXPECT_EQ(take_text(format_date_time(SOME_TIME)), "2022-06-15, 10:20:30");
+}
+
+struct format_row {
+    const char16_t *format;
+    std::vector<fmt_arg> args;
+    const char16_t *expected;
+};
+
+TEST(FormatTest, InsertsFollowTheMessageTemplateRules) {
+    const format_row rows[] = {
+        {u"%1 and %2", {u"a", u"b"}, u"a and b"},
+        {u"%2%1", {u"a", u"b"}, u"ba"},
+        {u"(%2!u!)", {u"f", 42u}, u"(42)"},
+        {u"%1!lu!", {4000000000u}, u"4000000000"},
+        {u"'/%1!c!'", {char16_t(u'\u00E5')}, u"'/\u00E5'"},
+        {u"%1!04X!|%1!s!", {255u}, u"00FF|"}, // wrong kind for !s!: nothing
+        {u"%1!s!", {u"t"}, u"t"},
+        {u"%1!-4s!|", {u"ab"}, u"ab  |"},
+        {u"%1!*s!|", {3, u"a"}, u"  a|"}, // * takes the next insert
+        {u"%10", {u"a"}, u"%10"},         // two digits: insert 10
+        {u"%1", {}, u"%1"},               // inserts not passed are not read
+        {u"%1!u! is %2", {}, u"%1!u! is %2"},
+        {u"%3", {u"a", u"b"}, u"%3"},
+        {u"%1!u", {u"t"}, u"t!u"}, // no closing mark: no format
+        {u"a%0b\r\n", {}, u"a"},
+        {u"line\r\n%0", {}, u"line\r\n"},
+        {u"50%% %. %! % x", {}, u"50% . !  x"},
+        {u"x%ny%rz%t", {}, u"x\r\ny\rz\t"},
+        {u"%q%", {}, u"%q%"},
+        {u"%1|", {static_cast<const char16_t *>(nullptr)}, u"|"},
+    };
+    for (const format_row &r : rows) {
+        SCOPED_TRACE(to_utf8(r.format));
+        char16_t *text = apply_inserts(r.format, r.args.data(), r.args.size());
+        EXPECT_EQ(to_utf8(text), to_utf8(r.expected));
+        free(text);
+    }
+}
+
+TEST(TextTest, DriveLetterTestTakesLettersBeyondAscii) {
+    struct row {
+        char16_t c;
+        bool letter;
+    };
+    const row rows[] = {
+        {u'A', true},  {u'z', true},  {u'0', false},   {u':', false},   {u'@', false},
+        {u'[', false}, {0xAA, true},  {0xB5, true},    {0xBA, true},    {0xBF, false},
+        {0xC0, true},  {0xD7, false}, {0xF7, false},   {0xFF, true},    {0xA0, false},
+        {0x100, true}, {0x3B1, true}, {0xD800, false}, {0xDFFF, false}, {0xE000, true},
+    };
+    for (const row &r : rows) {
+        SCOPED_TRACE(static_cast<unsigned>(r.c));
+        EXPECT_EQ(is_char_alpha(r.c), r.letter);
+    }
 }
 
 } // namespace

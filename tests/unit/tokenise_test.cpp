@@ -1,12 +1,10 @@
 // Words of description lines: next_word's delimiters, quotes, braces and drive
-// prefixes, and next_name's wildcard expansion against a real directory.
+// prefixes.
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <string>
 
 #include "read/reader.h"
-#include "unit/scratch_dir.h"
 #include "unit/test_text.h"
 
 namespace {
@@ -27,9 +25,6 @@ template <class F> std::string split_with(F split, const std::string &line) {
 
 std::string words_of(const std::string &line) {
     return split_with(next_word, line);
-}
-std::string names_of(const std::string &line) {
-    return split_with(next_name, line);
 }
 
 struct split_row {
@@ -71,66 +66,6 @@ TEST(NextWord, SplitsLinesIntoWords) {
     for (const split_row &row : rows) {
         EXPECT_EQ(words_of(row.line), row.words) << "line: " << row.line;
     }
-}
-
-// A delimiter kept aside from one text is not put back into the next, and
-// the end keeps giving null.
-TEST(NextWord, NewTextForgetsSavedDelimiter) {
-    char16_t first[] = u"ab:c";
-    EXPECT_EQ(to_utf8(next_word(first)), "ab");
-    char16_t second[] = u"xy z";
-    EXPECT_EQ(to_utf8(next_word(second)), "xy");
-    EXPECT_EQ(to_utf8(next_word(nullptr)), "z");
-    EXPECT_EQ(next_word(nullptr), nullptr);
-    EXPECT_EQ(next_word(nullptr), nullptr);
-    EXPECT_EQ(first[2], 0);
-}
-
-// next_name runs in a fresh directory that is the current directory only while
-// the test runs.
-class NextName : public ::testing::Test {
-  protected:
-    scratch_dir scratch;
-    std::filesystem::path old_dir = std::filesystem::current_path();
-
-    void SetUp() override {
-        for (const char *name : {"src/b.c", "src/a.c", "src/c.h", "y.obj", "x.obj", "lib.lib"})
-            scratch.write(name, "x");
-        std::filesystem::current_path(scratch.dir);
-    }
-
-    void TearDown() override {
-        // A search left open by a failed test must not outlive the directory.
-        static char16_t nothing[1] = {0};
-        next_name(nothing);
-        std::filesystem::current_path(old_dir);
-    }
-};
-
-TEST_F(NextName, ExpandsWildcardsInPlace) {
-    const split_row rows[] = {
-        {"*.obj", "[x.obj][y.obj]"},
-        {"?.obj", "[x.obj][y.obj]"},
-        {"first *.obj last", "[first][x.obj][y.obj][last]"},
-        {"app.exe: *.obj *.lib", "[app.exe][:][x.obj][y.obj][lib.lib]"},
-        {"src\\*.c", "[a.c][b.c]"},
-        {"src/*.c", "[a.c][b.c]"},
-        {"\"src\\*.c\" x", "[a.c][b.c][x]"},
-        {"*.none x", "[*.none][x]"},
-        {"nodir\\*.c", "[nodir\\*.c]"},
-        {"plain.c: x.obj", "[plain.c][:][x.obj]"},
-    };
-    for (const split_row &row : rows) {
-        EXPECT_EQ(names_of(row.line), row.words) << "line: " << row.line;
-    }
-}
-
-TEST_F(NextName, NewTextClosesOpenSearch) {
-    char16_t first[] = u"*.obj tail";
-    EXPECT_EQ(to_utf8(next_name(first)), "x.obj");
-    char16_t second[] = u"z";
-    EXPECT_EQ(to_utf8(next_name(second)), "z");
-    EXPECT_EQ(next_name(nullptr), nullptr);
 }
 
 } // namespace
