@@ -207,7 +207,9 @@ def run_case(case, opts):
         work = os.path.realpath(work)
         ctx = {'DIR': work, 'WDIR': work, 'TOLMEK': opts.tolmek, 'encoding': 'utf-8'}
         if opts.windows:
-            ctx.update(WDIR=windows_path(os.path.dirname(work)) + '\\w', encoding='cp1252',
+            ctx['encoding'] = 'cp1252'
+        if opts.windows and opts.launcher:  # the program sees Windows forms of the paths
+            ctx.update(WDIR=windows_path(os.path.dirname(work)) + '\\w',
                        TOLMEK=windows_path(os.path.dirname(opts.tolmek)) + '\\' +
                        os.path.basename(opts.tolmek))
         set_up(case, work, ctx)
