@@ -1,5 +1,5 @@
-// Macro expansion at depth: long chains of references, and the cycles that
-// have no finite expansion.
+// Macro expansion at depth: long chains of references, the cycles that have no
+// finite expansion, and replace_text, which substitutions are made of.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -84,6 +84,57 @@ TEST_F(ExpandTest, CyclesNameTheirMacros) {
         EXPECT_EXIT(expand(r.text, r.defining_name), testing::ExitedWithCode(1),
                     "^TOLMEK: fatal error: Invalid macro: " + quote_regex(r.chain) + "\\.\\s*$")
             << to_utf8(r.text);
+}
+
+struct replace_row {
+    const char16_t *text;
+    const char16_t *search;
+    const char16_t *replacement;
+    const char16_t *expected;
+};
+
+TEST(ReplaceText, ReplacesLeftToRightWithoutRescanning) {
+    const replace_row rows[] = {
+        {u"abc", u"", u"x", u"abc"},
+        {u"abc", u"b", u"b", u"abc"},
+        {u"abab", u"ab", u"ab", u"abab"},
+        {u"abc", u"b", u"", u"ac"},
+        {u"abc", u"b", u"xyz", u"axyzc"},
+        {u"ab", u"b", u"cd", u"acd"}, // fills the first block to the last unit
+        {u"aaa", u"a", u"b", u"bbb"},
+        {u"aaa", u"aa", u"b", u"ba"},
+        {u"aaaa", u"aa", u"b", u"bb"},
+        {u"aa", u"a", u"aa", u"aaaa"},
+        {u"xyx", u"x", u"xyx", u"xyxyxyx"},
+        {u"abc", u"c", u"xyz", u"abxyz"},
+        {u"abc", u"bc", u"", u"a"},
+        {u"abc", u"abc", u"", u""},
+        {u"ab", u"abc", u"z", u"ab"},
+        {u"xab", u"abc", u"z", u"xab"},
+        {u"aab", u"ab", u"X", u"aX"},
+        {u"abd abc", u"abc", u"X", u"abd X"},
+        {u"Ab", u"a", u"x", u"Ab"},
+        {u"ab", u"A", u"x", u"ab"},
+        {u"a.b.c", u".", u"\\", u"a\\b\\c"},
+        {u"", u"a", u"b", u""},
+        {u"a", u"a", u"", u""},
+        {u"$(x)", u"$", u"%", u"%(x)"},
+    };
+    for (const replace_row &r : rows) {
+        char16_t *result = replace_text(r.text, r.search, r.replacement);
+        EXPECT_NE(result, r.text);
+        EXPECT_EQ(to_utf8(result), to_utf8(r.expected))
+            << "text \"" << to_utf8(r.text) << "\" search \"" << to_utf8(r.search)
+            << "\" replacement \"" << to_utf8(r.replacement) << "\"";
+        free(result);
+    }
+    char16_t *from_null = replace_text(nullptr, u"a", u"b");
+    EXPECT_EQ(to_utf8(from_null), "");
+    free(from_null);
+    const std::u16string many = repeat(u"ab", 5000);
+    char16_t *grown = replace_text(many.c_str(), u"b", u"xyz");
+    EXPECT_EQ(grown, repeat(u"axyz", 5000));
+    free(grown);
 }
 
 } // namespace

@@ -28,6 +28,7 @@ void expect_values(const value_row *rows, size_t count) {
 TEST(ExprEval, ComputesThirtyTwoBitValues) {
     const value_row rows[] = {
         {u"  42\t", true},
+        {u"\"abc\" == 'abc", true}, // a string runs to its quote or the end of the text
         {u"10 - 2 - 3 == 5", true},
         {u"100 / 10 / 5 == 2", true},
         {u"--1 == 1", true},

@@ -1,4 +1,4 @@
-// Paths: directory parts, full paths folded against a base, and the cuts of split_path.
+// Paths: directory parts, full paths folded against a base, and split_path.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -60,6 +60,31 @@ TEST(PathsTest, FullPathFoldsDotsAgainstTheBase) {
         char16_t *full = make_full_path(r.name, r.base);
         EXPECT_EQ(to_utf8(full), to_utf8(r.full));
         free(full);
+    }
+}
+
+TEST(PathsTest, SplitPathGivesDriveDirectoryBaseAndExtension) {
+    struct row {
+        const char16_t *path, *drive, *directory, *base, *extension;
+    };
+    const row rows[] = {
+        {u"c:\\dir\\name.ext", u"c:", u"\\dir\\", u"name", u".ext"},
+        {u"c:\\dir.x\\name", u"c:", u"\\dir.x\\", u"name", u""},
+        {u"dir/a.b.c", u"", u"dir/", u"a.b", u".c"},
+        {u".profile", u"", u"", u"", u".profile"},
+        {u"name.", u"", u"", u"name", u"."},
+        {u"c:", u"c:", u"", u"", u""},
+        {u"x", u"", u"", u"x", u""},
+        {u"", u"", u"", u"", u""},
+    };
+    for (const row &r : rows) {
+        SCOPED_TRACE(to_utf8(r.path));
+        char16_t drive[3], directory[PATH_PART], base[PATH_PART], extension[PATH_PART];
+        split_path(r.path, drive, directory, base, extension);
+        EXPECT_EQ(to_utf8(drive), to_utf8(r.drive));
+        EXPECT_EQ(to_utf8(directory), to_utf8(r.directory));
+        EXPECT_EQ(to_utf8(base), to_utf8(r.base));
+        EXPECT_EQ(to_utf8(extension), to_utf8(r.extension));
     }
 }
 

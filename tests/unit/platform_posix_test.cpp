@@ -138,6 +138,41 @@ TEST_F(PlatformTest, WildcardTimeAndExistenceComeFromTheFirstMatch) {
     EXPECT_FALSE(file_exists(path(u"missing/*").c_str()));
 }
 
+TEST_F(PlatformTest, TemporaryFilesAreNewEmptyAndUniquelyNamed) {
+    saved_env tmp("TMP"), temp("TEMP"), tmpdir("TMPDIR");
+    setenv("TMP", dir.c_str(), 1);
+    const std::regex shape(dir + "/QX[0-9A-F]{1,4}\\.TMP");
+    std::set<std::string> names;
+    for (int i = 0; i < 40; ++i) {
+        char16_t *name = nullptr;
+        os_handle handle = INVALID_FILE;
+        ASSERT_EQ(create_temp_file(&name, i % 2 ? &handle : nullptr, false), 0u);
+        std::string os = to_utf8(name);
+        EXPECT_TRUE(std::regex_match(os, shape)) << os;
+        EXPECT_TRUE(std::regex_match(os, std::regex(".*/QX(0|[1-9A-F][0-9A-F]{0,3})\\.TMP"))) << os;
+        EXPECT_TRUE(names.insert(os).second) << "name given twice: " << os;
+        struct stat info;
+        ASSERT_EQ(stat(os.c_str(), &info), 0);
+        EXPECT_EQ(info.st_size, 0);
+        if (i % 2) {
+            EXPECT_EQ(write_file(handle, "xy", 2), 0u);
+            EXPECT_EQ(close_file(handle), 0u);
+            ASSERT_EQ(stat(os.c_str(), &info), 0);
+            EXPECT_EQ(info.st_size, 2);
+        }
+        free(name);
+    }
+
+    // TMP empty counts as unset: TEMP is next, and a missing folder is a failure.
+    setenv("TMP", "", 1);
+    setenv("TEMP", (dir + "/missing").c_str(), 1);
+    char16_t *name = reinterpret_cast<char16_t *>(1);
+    os_handle handle = 7;
+    EXPECT_EQ(create_temp_file(&name, &handle, false), ERR_FILE_NOT_FOUND);
+    EXPECT_EQ(name, nullptr);
+    EXPECT_EQ(handle, INVALID_FILE);
+}
+
 TEST_F(PlatformTest, FilesOpenReadSeekAndReportWindowsCodes) {
     os_handle handle = 0;
     ASSERT_EQ(create_file(path(u"data").c_str(), &handle), 0u);

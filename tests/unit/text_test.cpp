@@ -1,4 +1,4 @@
-// The number reader of the text primitives: base 0 and the signed limits.
+// Text primitives: the number reader's base 0 and signed limits, and null texts.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -51,6 +51,19 @@ TEST(TextTest, NumberReaderFollowsBaseZeroAndSignedLimits) {
         EXPECT_EQ(range, r.range);
     }
     EXPECT_EQ(str_to_long(u"42", nullptr, nullptr), 42);
+}
+
+// A null text reads as an empty one wherever a text is read.
+TEST(TextTest, NullTextsReadAsEmpty) {
+    EXPECT_EQ(str_len(nullptr), 0u);
+    EXPECT_EQ(str_cmp(nullptr, u""), 0);
+    EXPECT_LT(str_cmp(nullptr, u"a"), 0);
+    EXPECT_GT(str_icmp(u"a", nullptr), 0);
+    EXPECT_EQ(str_ncmp(nullptr, nullptr, 5), 0);
+    EXPECT_EQ(str_nicmp(u"", nullptr, 5), 0);
+    char16_t *copy = str_dup(nullptr);
+    EXPECT_EQ(str_len(copy), 0u);
+    free(copy);
 }
 
 } // namespace
