@@ -1,6 +1,7 @@
 // Paths: directory parts, full paths folded against a base, and split_path.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
 
@@ -79,7 +80,12 @@ TEST(PathsTest, SplitPathGivesDriveDirectoryBaseAndExtension) {
     };
     for (const row &r : rows) {
         SCOPED_TRACE(to_utf8(r.path));
-        char16_t drive[3], directory[PATH_PART], base[PATH_PART], extension[PATH_PART];
+        // Filled with a mark first, so that a missing terminator shows.
+        char16_t drive[3] = {u'#', u'#', u'#'}, directory[PATH_PART], base[PATH_PART],
+                 extension[PATH_PART];
+        std::fill(directory, directory + PATH_PART, u'#');
+        std::fill(base, base + PATH_PART, u'#');
+        std::fill(extension, extension + PATH_PART, u'#');
         split_path(r.path, drive, directory, base, extension);
         EXPECT_EQ(to_utf8(drive), to_utf8(r.drive));
         EXPECT_EQ(to_utf8(directory), to_utf8(r.directory));
