@@ -26,6 +26,17 @@ class GraphTest : public testing::Test {
     }
 };
 
+// Each pair of units, the terminator counting as the last, sets bit
+// (c[i] + c[i+1]) mod 32, so the mask is blind to ASCII case.
+TEST(HashName, PairsOfUnitsSetBits) {
+    EXPECT_EQ(hash_name(u""), 0u);
+    EXPECT_EQ(hash_name(nullptr), 0u);
+    EXPECT_EQ(hash_name(u"A"), 1u << 1);
+    EXPECT_EQ(hash_name(u"ab"), (1u << ((97 + 98) & 31)) | (1u << (98 & 31)));
+    EXPECT_EQ(hash_name(u"aB"), hash_name(u"Ab"));
+    EXPECT_EQ(hash_name(u"\u00E5"), 1u << (0xE5 & 31));
+}
+
 TEST(PtrList, AddKeepsOrderAndTerminator) {
     ptr_list list = nullptr;
     int values[100];
