@@ -134,6 +134,10 @@ target *find_target(const char16_t *name, uint32_t *out_hash) {
 file_node *find_file(const char16_t *name, uint32_t *out_hash) {
     check_name(name);
     if (out_hash) *out_hash = hash_name(name);
+    return look_up_file(name);
+}
+
+file_node *look_up_file(const char16_t *name) {
     return find_indexed<file_node>(file_index, name, [](const file_node *f) { return f->name; });
 }
 

@@ -78,6 +78,9 @@ void check_name(const char16_t *name);
 
 target *find_target(const char16_t *name, uint32_t *out_hash = nullptr);
 file_node *find_file(const char16_t *name, uint32_t *out_hash = nullptr);
+// find_file without the name check: for a node that the language does not look
+// up at that point, only the disk.
+file_node *look_up_file(const char16_t *name);
 // Return the existing record or a new one; the store copies the name.
 target *add_target(const char16_t *name);
 file_node *add_file(const char16_t *name);

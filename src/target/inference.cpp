@@ -104,10 +104,15 @@ uint32_t apply_inference_to(target *t, file_node *node, const char16_t *name, bo
         for (target *rule = rule_list; rule; rule = rule->next_rule) {
             char16_t *source = match_inference_rule(rule, stem, extension);
             if (!source) continue;
-            file_node *source_node = find_file(source);
+            // The source's time comes from the disk (or its node, which caches
+            // it); only a source that is updated is looked up by name.
+            file_node *source_node = look_up_file(source);
             uint64_t source_time = node_time(source_node, source);
             const uint64_t changes_at_source = disk_changes;
-            if (source_time != 0 || stale) rc = update_node(source_node, source, false);
+            if (source_time != 0 || stale) {
+                check_name(source);
+                rc = update_node(source_node, source, false);
+            }
             if (disk_changes != changes_at_source) source_time = target_time(source);
             const bool fires = compare_time(source_time, own) > 0 || (stale && rc != 0);
             if (fires) {
