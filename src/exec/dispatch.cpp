@@ -67,10 +67,9 @@ char16_t *write_response_file(char16_t *const *arguments) {
 // word standing as the program's name; the macros passed to every nested run
 // go last, so they win over the same names among the words.
 void run_nested(uint32_t count, char16_t **words) {
-    ptr_list arguments = xalloc_array<void *>(count + 1);
+    ptr_list arguments = nullptr;
     for (uint32_t i = 0; i < count; ++i)
-        arguments[i] = words[i];
-    arguments[count] = nullptr;
+        arguments = list_add(arguments, words[i]);
     arguments = list_merge(arguments, passed_macros);
     const uint32_t total = list_count(arguments);
     char16_t **argv = xalloc_array<char16_t *>(total + 1);

@@ -52,7 +52,9 @@ struct part_buffer {
 };
 
 // The macros whose values are being expanded, outermost first: a macro met
-// again while it is on this stack refers to itself through a cycle.
+// again while it is on this stack refers to itself through a cycle. Each of
+// them carries being_expanded, so that meeting one again is found at once,
+// however long the chain; the stack is walked only to name the cycle.
 const macro **expanding = nullptr;
 size_t expanding_count = 0;
 size_t expanding_capacity = 0;
@@ -74,16 +76,18 @@ size_t expanding_capacity = 0;
 }
 
 // Expands the value of m, which holds a $, guarding against cycles.
-char16_t *expand_value(const macro *m, const char16_t *defining_name, bool in_command) {
-    for (size_t i = 0; i < expanding_count; ++i)
-        if (expanding[i] == m) fail_cycle(m);
+char16_t *expand_value(macro *m, const char16_t *defining_name, bool in_command) {
+    if (m->flags & being_expanded) fail_cycle(m);
+    check_stack();
     if (expanding_count == expanding_capacity) {
         expanding_capacity = expanding_capacity ? expanding_capacity * 2 : 64;
         expanding =
             static_cast<const macro **>(xrealloc(expanding, expanding_capacity * sizeof(macro *)));
     }
     expanding[expanding_count++] = m;
+    m->flags |= being_expanded;
     char16_t *result = expand_macros(m->value, defining_name, in_command, nullptr);
+    m->flags &= static_cast<uint8_t>(~being_expanded);
     --expanding_count;
     return result;
 }
@@ -253,7 +257,10 @@ void step_percent(expansion &x) {
     }
 }
 
-void step_parts(expansion &x) {
+// The two steps that take a path apart hold its parts in buffers of their own;
+// kept out of line, those buffers are on the stack only while the step runs,
+// not in every level of a deep expansion.
+[[gnu::noinline]] void step_parts(expansion &x) {
     const char16_t *value = required_value(u"@");
     const char16_t c = *x.pos;
     if (c == u'F') {
@@ -276,7 +283,7 @@ void step_parts(expansion &x) {
     ++x.pos;
 }
 
-void step_meta(expansion &x) {
+[[gnu::noinline]] void step_meta(expansion &x) {
     const char16_t symbol[2] = {x.name_buffer.text[0], 0};
     const char16_t *value = required_value(symbol);
     char16_t drive[3], directory[PATH_PART], base[PATH_PART], extension[PATH_PART];

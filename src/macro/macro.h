@@ -9,13 +9,14 @@
 
 constexpr uint8_t self_referenced = 1; // referred to while its own definition expanded
 constexpr uint8_t exported = 2;        // tied to the environment
+constexpr uint8_t being_expanded = 4;  // its value is being expanded: met again, it is a cycle
 
 struct macro {
     macro *next;            // next older macro
     char16_t *name;         // owned; as first written, also the environment name
     char16_t *value;        // owned; unexpanded references kept; null only when created by look-up
     ptr_list substitutions; // pending pairs: search, replacement, ...; texts owned
-    uint8_t flags;          // self_referenced, exported
+    uint8_t flags;          // self_referenced, exported, being_expanded
     uint32_t hash;          // hash_name(name)
 };
 

@@ -65,6 +65,11 @@ struct fault_scope {
 
 thread_local fault_scope *active_scope;
 
+// What a deep recursion must leave of the stack: room for the diagnostic and
+// the release of the run's tables, and for the deepest step between two tests.
+constexpr uintptr_t STACK_MARGIN = 256 * 1024;
+thread_local uintptr_t stack_guard; // lowest address a recursion may reach; 0: unknown
+
 uint32_t map_fault_code(int signal, const siginfo_t *info) {
     uintptr_t address = reinterpret_cast<uintptr_t>(info->si_addr);
     uintptr_t low = active_scope->stack_low;
@@ -101,6 +106,10 @@ uintptr_t find_stack_low() {
 }
 
 } // namespace
+
+bool is_stack_nearly_used() {
+    return reinterpret_cast<uintptr_t>(__builtin_frame_address(0)) < stack_guard;
+}
 
 bool install_break_handler(void (*handler)(int signal)) {
     break_handler = handler;
@@ -149,6 +158,8 @@ bool run_scope_here(void (*body)(void *), void *arg, fault_record *fault) {
     fault_scope scope;
     memset(&scope.caught, 0, sizeof scope.caught);
     scope.stack_low = find_stack_low();
+    const uintptr_t outer_guard = stack_guard;
+    if (scope.stack_low) stack_guard = scope.stack_low + STACK_MARGIN;
     fault_scope *outer = active_scope;
     active_scope = &scope;
 
@@ -178,6 +189,7 @@ bool run_scope_here(void (*body)(void *), void *arg, fault_record *fault) {
     if (own_stack) sigaltstack(&previous_stack, nullptr);
     free(alternate.ss_sp);
     active_scope = outer;
+    stack_guard = outer_guard;
     if (!returned && fault) *fault = scope.caught;
     return returned;
 }

@@ -43,6 +43,19 @@ struct scope_call {
 
 scope_call *active_call;
 
+// What a deep recursion must leave of the stack: room for the diagnostic and
+// the release of the run's tables, for the deepest step between two tests, and
+// the pages that the system keeps at the end of the stack.
+constexpr uintptr_t STACK_MARGIN = 256 * 1024 + STACK_GUARANTEE_BYTES;
+thread_local uintptr_t stack_guard; // lowest address a recursion may reach; 0: unknown
+
+// The lowest address of the calling thread's stack, reserved or not.
+uintptr_t find_stack_low() {
+    MEMORY_BASIC_INFORMATION region;
+    if (!VirtualQuery(__builtin_frame_address(0), &region, sizeof region)) return 0;
+    return reinterpret_cast<uintptr_t>(region.AllocationBase);
+}
+
 // Processor faults and the other errors the system raises; informational
 // exceptions, breakpoints and the like go on to whoever expects them.
 bool is_fault(DWORD code) {
@@ -60,16 +73,28 @@ LONG CALLBACK fault_filter(EXCEPTION_POINTERS *info) {
     ExitThread(1); // nothing of the work is unwound: the run ends with the diagnostic
 }
 
+// Runs the body with the stack guard set for the calling thread.
+void run_guarded(scope_call *call) {
+    const uintptr_t outer_guard = stack_guard;
+    if (const uintptr_t low = find_stack_low()) stack_guard = low + STACK_MARGIN;
+    call->body(call->arg);
+    stack_guard = outer_guard;
+}
+
 DWORD WINAPI run_scope_thread(void *p) {
     scope_call *call = static_cast<scope_call *>(p);
     ULONG guarantee = STACK_GUARANTEE_BYTES;
     SetThreadStackGuarantee(&guarantee);
-    call->body(call->arg);
+    run_guarded(call);
     call->returned = true;
     return 0;
 }
 
 } // namespace
+
+bool is_stack_nearly_used() {
+    return reinterpret_cast<uintptr_t>(__builtin_frame_address(0)) < stack_guard;
+}
 
 bool install_break_handler(void (*handler)(int signal)) {
     break_action = handler;
@@ -100,7 +125,7 @@ bool run_fault_scope(void (*body)(void *), void *arg, fault_record *fault) {
     } else {
         // Without a thread of its own, the work runs here, on the stack it has.
         call.thread_id = GetCurrentThreadId();
-        body(arg);
+        run_guarded(&call);
         call.returned = true;
     }
     if (handler) RemoveVectoredExceptionHandler(handler);

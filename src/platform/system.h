@@ -234,6 +234,10 @@ struct fault_record {
     uint64_t address; // address of the fault
 };
 bool run_fault_scope(void (*body)(void *), void *arg, fault_record *fault);
+// Stack guard: true when the thread that runs a fault scope's body has less
+// than a safe margin of its stack left, so that a deep recursion can end in a
+// diagnostic instead of a fault. Always false on other threads.
+bool is_stack_nearly_used();
 
 // ---------------------------------------------------------------------------
 // Helper thread, for work beside the caller that only reads the disk. Console

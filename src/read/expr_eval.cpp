@@ -377,6 +377,7 @@ void eval_expression(expr_lexer *lexer, expr_value *out) {
 
 void enter_nesting() {
     if (++nesting_depth > NESTING_LIMIT) report(MSG_BAD_EXPRESSION + FATAL);
+    check_stack();
 }
 
 void leave_nesting() {

@@ -150,6 +150,7 @@ void read_makefile(const char16_t *path) {
         ++depth;
     if (depth == MAX_INCLUDE_DEPTH)
         report(MSG_USER_ERROR + FATAL, u"Makefiles included too deeply: more than 200 levels");
+    check_stack();
     const os_handle file = open_text_file(path);
     const text_encoding encoding = detect_encoding(file);
 

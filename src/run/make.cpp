@@ -171,6 +171,7 @@ void nested_make(int argc, char16_t **argv) {
     static uint32_t depth = 0;
     if (depth == MAX_NESTED_RUNS)
         report(MSG_USER_ERROR + FATAL, u"Nested runs too deep: more than 200 levels");
+    check_stack();
     ++depth;
     target *saved_targets = target_list;
     file_node *saved_files = file_list;

@@ -82,6 +82,11 @@ size_t block_size(const void *block) {
     return block ? allocator_block_size(block) : 0;
 }
 
+void check_stack() {
+    if (is_stack_nearly_used())
+        report(MSG_USER_ERROR + FATAL, u"Nesting too deep: the stack is nearly used up");
+}
+
 // Runs in signal context: it may only set the flag and write the text that
 // make_init prepared.
 void on_console_break(int) {

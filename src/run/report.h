@@ -49,5 +49,9 @@ template <class T> T *xcalloc_record() {
     return static_cast<T *>(xcalloc(sizeof(T)));
 }
 
+// Every deep recursion calls this at each level: a fatal diagnostic when the
+// stack is nearly used up, instead of a fault once it is.
+void check_stack();
+
 // Action of the console interrupt: sets aborted and prints the abort line once.
 void on_console_break(int signal);

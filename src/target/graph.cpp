@@ -83,14 +83,23 @@ ptr_list list_add(ptr_list list, void *entry) {
     return list;
 }
 
+// Merging again and again into one list (the dependents of a target named in
+// many blocks) must cost no more in all than the list's length, so the block
+// grows to at least twice its size; its unused tail is kept null, as
+// count_entries needs.
 ptr_list list_merge(ptr_list list, ptr_list other) {
     if (!other || !other[0]) return list;
     const uint32_t n = list_count(other) + 1;
-    const uint32_t count = list_count(list);
-    list = static_cast<ptr_list>(xrealloc(list, (count + n) * ENTRY));
+    const size_t capacity = list ? block_size(list) / ENTRY : 0;
+    const uint32_t count = list ? count_entries(list, capacity) : 0;
+    const bool grows = count + n > capacity;
+    if (grows) {
+        const size_t wanted = count + n > 2 * capacity ? count + n : 2 * capacity;
+        list = static_cast<ptr_list>(xrealloc(list, wanted * ENTRY));
+    }
     for (uint32_t i = 0; i < n; ++i)
         list[count + i] = other[i];
-    return clear_tail(list, count + n);
+    return grows ? clear_tail(list, count + n) : list;
 }
 
 uint32_t hash_name(const char16_t *name) {

@@ -5,6 +5,7 @@
 // for this run. While a name is being worked out its stored time is still 0, so
 // the memo cannot stop a cycle; the names in progress are kept aside for that.
 #include <cstdlib>
+#include <cstring>
 
 #include "exec/exec.h"
 #include "macro/macro.h"
@@ -74,17 +75,32 @@ struct progress_guard {
     progress_guard &operator=(const progress_guard &) = delete;
 };
 
-// Returns a new text: list and word joined by a blank, the word quoted when it
-// holds a blank. Releases list.
-char16_t *append_word(char16_t *list, const char16_t *word) {
+// The words of $** or $?: a text that grows by doubling, so that the lists of
+// a target with many dependents cost no more than their length.
+struct word_list {
+    char16_t *text = nullptr;
+    size_t length = 0;
+    size_t capacity = 0;
+    ~word_list() { free(text); }
+};
+
+// Adds word behind a blank, in double quotes when it holds a blank.
+void append_word(word_list *list, const char16_t *word) {
     const bool quote = str_chr(word, u' ') != nullptr;
-    char16_t *joined;
-    if (!list)
-        joined = quote ? str_printf(u"\"%ls\"", word) : str_dup(word);
-    else
-        joined = str_printf(quote ? u"%ls \"%ls\"" : u"%ls %ls", list, word);
-    free(list);
-    return joined;
+    const size_t n = str_len(word);
+    const size_t need = list->length + 1 + n + 2 + 1;
+    if (need > list->capacity) {
+        list->capacity = need > 2 * list->capacity ? need : 2 * list->capacity;
+        list->text = static_cast<char16_t *>(xrealloc(list->text, list->capacity * sizeof(char16_t)));
+    }
+    char16_t *p = list->text + list->length;
+    if (list->length) *p++ = u' ';
+    if (quote) *p++ = u'"';
+    memcpy(p, word, n * sizeof(char16_t));
+    p += n;
+    if (quote) *p++ = u'"';
+    *p = 0;
+    list->length = static_cast<size_t>(p - list->text);
 }
 
 uint32_t update_known_target(target *t, const char16_t *name, bool must_exist) {
@@ -162,6 +178,7 @@ uint32_t update_target(const char16_t *name, bool must_exist) {
 
 uint32_t update_node(file_node *f, const char16_t *name, bool must_exist) {
     if (f && compare_time(f->time, 0) > 0) return UPDATE_CURRENT;
+    check_stack();
     progress_guard guard(f, name);
     check_name(name); // the target look-up that the node's owner saves
     target *t = f ? f->owner : nullptr;
@@ -189,15 +206,12 @@ void set_automatic_macros(const char16_t *stem, const char16_t *source, const ch
     if (!t) return;
     // The stored time is still 0 here, so under /A every settled dependent is newer.
     const uint64_t base = opt_all ? 0 : file_time(name);
-    char16_t *all = nullptr;
-    char16_t *newer = nullptr;
+    word_list all, newer;
     for (void **d = t->dependents; d && *d; ++d) {
         const file_node *dep = static_cast<file_node *>(*d);
-        all = append_word(all, dep->name);
-        if (compare_time(dep->time, base) > 0) newer = append_word(newer, dep->name);
+        append_word(&all, dep->name);
+        if (compare_time(dep->time, base) > 0) append_word(&newer, dep->name);
     }
-    if (all) set_macro(u"**", all, 0);
-    if (newer) set_macro(u"?", newer, 0);
-    free(all);
-    free(newer);
+    if (all.text) set_macro(u"**", all.text, 0);
+    if (newer.text) set_macro(u"?", newer.text, 0);
 }

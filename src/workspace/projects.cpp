@@ -37,6 +37,7 @@ void add_project_dependency(project *projects, const char16_t *project_path,
 // A dependency cycle has no build order. The edge that closes it is dropped with
 // a warning, so each project is still built once, after the others it needs.
 void build_project(project *p) {
+    check_stack();
     if (p->visited) return;
     p->in_progress = 1;
     for (void **d = p->dependencies; d && *d; ++d) {

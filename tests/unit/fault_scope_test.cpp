@@ -60,6 +60,26 @@ TEST(FaultScopeTest, FaultsBecomeWindowsExceptionCodes) {
     EXPECT_EQ(fault.code, 0xC00000FDu);
 }
 
+// Recurses until the stack guard says stop, and counts the levels.
+void recurse_to_the_guard(void *depth) {
+    volatile char frame[16384];
+    frame[0] = 1;
+    if (!is_stack_nearly_used()) recurse_to_the_guard(depth);
+    ++*static_cast<uintptr_t *>(depth);
+    frame[1] = frame[0]; // work behind the call keeps it from becoming a jump
+}
+
+// The guard trips well inside the scope's stack, near its end, and nowhere
+// else: outside a scope there is no stack it knows.
+TEST(FaultScopeTest, TheStackGuardTripsBeforeTheStackRunsOut) {
+    EXPECT_FALSE(is_stack_nearly_used());
+    uintptr_t depth = 0;
+    fault_record fault = {};
+    EXPECT_TRUE(run_fault_scope(recurse_to_the_guard, &depth, &fault)) << fault.code;
+    EXPECT_GT(depth, 32768u); // more than half of 1 GiB in frames of 16 KiB
+    EXPECT_FALSE(is_stack_nearly_used());
+}
+
 TEST(FaultScopeTest, DescribeExceptionWordsTheCodeAndTheAddress) {
     const struct {
         uint32_t code;
