@@ -14,6 +14,7 @@ file_node *file_list = nullptr;
 command *command_list = nullptr;
 target *first_target = nullptr;
 target *suffix_target = nullptr;
+uint32_t suffix_list_changes = 1;
 target *phony_target = nullptr;
 target *default_target = nullptr;
 target *rule_list = nullptr;
@@ -201,8 +202,10 @@ void attach_to_targets(ptr_list targets, ptr_list dependents, ptr_list commands)
                 opt_ignore = 1;
             else if (str_icmp(name, u".SILENT") == 0)
                 opt_silent = 1;
-            else if (str_icmp(name, u".SUFFIXES") == 0)
+            else if (str_icmp(name, u".SUFFIXES") == 0) {
                 suffix_target = t;
+                ++suffix_list_changes;
+            }
             else if (str_icmp(name, u".PHONY") == 0)
                 phony_target = t; // saves a look-up for every time stamp read
             else if (str_icmp(name, u".DEFAULT") == 0)
@@ -231,6 +234,7 @@ void free_targets() {
         target_list = t->next;
         free(t->dependents);
         free(t->commands);
+        free(t->from_suffixes);
         free(t);
     }
 }

@@ -39,6 +39,10 @@ struct target {
     uint32_t hash;       // equals file->hash
     uint8_t is_rule;     // the name has the form of an inference rule
     target *next_rule;   // next older inference rule, when is_rule is set
+    // Of a rule: the suffixes that begin its text behind the frompath, in list
+    // order, and the suffix_list_changes they were found at (0: not yet).
+    ptr_list from_suffixes;
+    uint32_t from_suffixes_at;
 };
 
 // One per command line; owned by command_list.
@@ -53,7 +57,10 @@ extern target *target_list;    // all targets and inference rules of the run
 extern file_node *file_list;   // all names that occurred as target or dependent
 extern command *command_list;  // all commands of the run
 extern target *first_target;   // built when no target is named
-extern target *suffix_target;  // the record of .SUFFIXES, or null
+extern target *suffix_target;
+// Counts the blocks that named .SUFFIXES, in any run, from 1: what a rule keeps
+// of the suffix list holds while this has not changed.
+extern uint32_t suffix_list_changes;  // the record of .SUFFIXES, or null
 extern target *phony_target;   // the record of .PHONY, or null
 extern target *default_target; // the record of .DEFAULT, or null
 // The inference rules of target_list, in the same order, so that the rule

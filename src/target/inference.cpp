@@ -47,13 +47,29 @@ bool fits_rest(const char16_t *rest, const char16_t *stem, const char16_t *exten
     return str_icmp(rest, extension) == 0;
 }
 
+// The entries of the suffix list that begin the rule text at from, in list
+// order. A name tries every rule, and a rule would otherwise walk the whole
+// list each time; the list does not change while names are made.
+ptr_list find_from_suffixes(target *rule, const char16_t *from) {
+    if (rule->from_suffixes_at == suffix_list_changes) return rule->from_suffixes;
+    free(rule->from_suffixes);
+    rule->from_suffixes = nullptr;
+    for (void **s = suffix_target->dependents; *s; ++s) {
+        const char16_t *suffix = static_cast<file_node *>(*s)->name;
+        if (str_nicmp(from, suffix, str_len(suffix)) == 0)
+            rule->from_suffixes = list_add(rule->from_suffixes, *s);
+    }
+    rule->from_suffixes_at = suffix_list_changes;
+    return rule->from_suffixes;
+}
+
 } // namespace
 
 // The suffix walk does not stop at the first entry that is a prefix of the rule
 // text: when the rest of the rule does not fit behind it, a later entry gets its
 // turn. So with the predefined list, where .c stands in front of .cpp and .cxx,
 // the rules .cpp.obj and .cxx.obj still work.
-char16_t *match_inference_rule(const target *rule, const char16_t *stem,
+char16_t *match_inference_rule(target *rule, const char16_t *stem,
                                const char16_t *extension) {
     // The rule text ends in the to-extension: a cheap test before the walk.
     const char16_t *text = rule->file->name;
@@ -73,11 +89,9 @@ char16_t *match_inference_rule(const target *rule, const char16_t *stem,
     }
     if (!suffix_target || !suffix_target->dependents || !suffix_target->dependents[0])
         return nullptr;
-    for (void **s = suffix_target->dependents; *s; ++s) {
+    for (void **s = find_from_suffixes(rule, cursor); s && *s; ++s) {
         const char16_t *suffix = static_cast<file_node *>(*s)->name;
-        const size_t length = str_len(suffix);
-        if (str_nicmp(cursor, suffix, length) != 0) continue;
-        if (!fits_rest(cursor + length, stem, extension)) continue;
+        if (!fits_rest(cursor + str_len(suffix), stem, extension)) continue;
         const bool joined = frompath_length == 0 || is_separator(frompath[frompath_length - 1]);
         return str_printf(joined ? u"%.*ls%ls%ls" : u"%.*ls\\%ls%ls",
                           static_cast<int>(frompath_length), frompath, base_name(stem), suffix);

@@ -20,7 +20,7 @@ uint32_t update_target(const char16_t *name, bool must_exist);
 uint32_t update_node(file_node *node, const char16_t *name, bool must_exist);
 // Returns a new text, the source name that rule derives for stem and extension
 // (extension with its dot), or null when the rule does not fit.
-char16_t *match_inference_rule(const target *rule, const char16_t *stem, const char16_t *extension);
+char16_t *match_inference_rule(target *rule, const char16_t *stem, const char16_t *extension);
 uint32_t apply_inference(target *t, const char16_t *name, bool must_exist, bool stale);
 // apply_inference for a name whose node is known (null: it has none).
 uint32_t apply_inference_to(target *t, file_node *node, const char16_t *name, bool must_exist,
