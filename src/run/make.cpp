@@ -149,6 +149,7 @@ void make(int argc, char16_t **argv) {
         free(macro_words);
     }
 
+    mark_phony_names();
     run_special_target(u".INIT");
     if (target_words) {
         for (void **w = target_words; *w && !aborted; ++w)

@@ -225,6 +225,11 @@ void attach_to_targets(ptr_list targets, ptr_list dependents, ptr_list commands)
     }
 }
 
+void mark_phony_names() {
+    for (void **d = phony_target ? phony_target->dependents : nullptr; d && *d; ++d)
+        static_cast<file_node *>(*d)->phony = 1;
+}
+
 void free_targets() {
     clear_index(target_index);
     rule_list = nullptr;

@@ -26,6 +26,7 @@ struct file_node {
     uint32_t hash;   // hash_name(name)
     std::atomic<uint32_t> ahead_round; // the read-ahead round that ahead_time belongs to
     uint8_t updating;     // the update recursion is working on this name now (cycle guard)
+    uint8_t phony;        // a dependent of .PHONY, marked once the makefiles are read
     struct target *owner; // the target of this name, or null: find_target without a search
     std::atomic<uint64_t> ahead_time; // the time read ahead in that round
 };
@@ -96,6 +97,9 @@ command *add_command(const char16_t *text);
 // up over blocks, commands of the last block that has commands. Only reads the
 // three lists.
 void attach_to_targets(ptr_list targets, ptr_list dependents, ptr_list commands);
+// Marks the dependents of .PHONY on their nodes, once the makefiles are read,
+// so that is_phony asks the node of a name instead of walking the list.
+void mark_phony_names();
 
 // File times read ahead. Once the update has read a number of times itself, a
 // helper thread reads the times of the graph's names while the update walks

@@ -154,13 +154,14 @@ bool touch_target(const char16_t *name) {
     return set_file_time(name, now_time) == 0;
 }
 
+// Every time stamp read asks, so the dependents of .PHONY are marked on their
+// nodes (mark_phony_names) instead of walked: a name is one of them when the
+// node of its name is marked and spelled exactly so, since a node stands for
+// every spelling of its name.
 bool is_phony(const char16_t *name) {
     if (str_cmp(name, u"all") == 0) return true;
-    const target *phony = phony_target;
-    if (!phony) return false;
-    for (void **d = phony->dependents; d && *d; ++d)
-        if (str_cmp(static_cast<file_node *>(*d)->name, name) == 0) return true;
-    return false;
+    const file_node *f = phony_target ? look_up_file(name) : nullptr;
+    return f && f->phony && str_cmp(f->name, name) == 0;
 }
 
 void make_target(const char16_t *name) {
