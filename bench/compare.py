@@ -75,6 +75,17 @@ def scenarios(tolmek, floor):
         ('make -r', ['make', '-r', 'c0']),
         ('tolmek /R', [tolmek, '/R', 'c0']),
     ])
+    # Input that repeats itself: each must grow linearly, in time and memory.
+    for title, kind, n, make_args in (('repeated dependents', 'repeated', 20000, ['-r']),
+                                      ('wide dependent lists', 'wide', 50000, ['-n', '-r']),
+                                      ('macro chain', 'macrochain', 100000, ['-n', '-r']),
+                                      ('suffixes and rules', 'suffixes', 2000, ['-n']),
+                                      ('phony targets', 'phony', 20000, ['-n', '-r'])):
+        yield ('%s %d' % (title, n), kind, n, [
+            ('make ' + ' '.join(make_args), ['make'] + make_args),
+            ('tolmek /R /N' if '-n' in make_args else 'tolmek /R',
+             [tolmek, '/R'] + (['/N'] if '-n' in make_args else [])),
+        ])
 
 
 def main():

@@ -8,6 +8,11 @@ commands), and the files it needs, into a folder.
   gen.py changed DIR N      the same with the source of the middle target changed
   gen.py commands DIR N     N targets, each running the command `true`
   gen.py chain DIR N        a chain of N targets, each depending on the next
+  gen.py repeated DIR N     N lines adding two dependents from a pool of 100 names to one target
+  gen.py wide DIR N         one target with N dependents, whose command uses $** and $?
+  gen.py macrochain DIR N   N macros each naming the next, expanded once in a command
+  gen.py suffixes DIR N     N suffixes and N rules .sK.obj, and N/2 names made by them
+  gen.py phony DIR N        N phony targets, each with a command
 """
 import os
 import sys
@@ -76,12 +81,60 @@ def chain(d, n):
     write(os.path.join(d, 'makefile'), ''.join(lines))
 
 
+def repeated(d, n):
+    lines = ['tt: a%d b\n' % (i % 100) for i in range(n)] + ['\techo done\n']
+    for i in range(100):
+        write(os.path.join(d, 'a%d' % i), '')
+    write(os.path.join(d, 'b'), '')
+    write(os.path.join(d, 'makefile'), ''.join(lines))
+
+
+def wide(d, n):
+    lines = ['tt:' + ''.join(' w%d%s' % (i, ' \\\n' if i % 100 == 99 else '') for i in range(n)),
+             '\n\techo $** $?\n']
+    for i in range(n):
+        write(os.path.join(d, 'w%d' % i), '')
+    write(os.path.join(d, 'makefile'), ''.join(lines))
+
+
+def macrochain(d, n):
+    lines = ['A%d = $(A%d)\n' % (i, i + 1) for i in range(1, n)]
+    lines += ['A%d = end\n' % n, 'all:\n\techo $(A1)\n']
+    write(os.path.join(d, 'makefile'), ''.join(lines))
+
+
+def suffixes(d, n):
+    lines = ['.SUFFIXES:\n']
+    for k in range(0, n, 100):
+        lines.append('.SUFFIXES:%s %s\n' % (' .obj' if k == 0 else '',
+                                            ' '.join('.s%d' % i for i in range(k, min(n, k + 100)))))
+    for i in range(n):
+        lines.append('.s%d.obj:\n\techo $@\n' % i)
+    names = n // 2
+    for k in range(0, names, 100):
+        lines.append('all: %s\n' % ' '.join('f%d.obj' % j for j in range(k, min(names, k + 100))))
+    for j in range(names):
+        write(os.path.join(d, 'f%d.s%d' % (j, (j * 7) % n)), '')
+    write(os.path.join(d, 'makefile'), ''.join(lines))
+
+
+def phony(d, n):
+    lines = []
+    for k in range(0, n, 200):
+        names = ' '.join('p%d' % i for i in range(k, min(n, k + 200)))
+        lines.append('.PHONY: %s\nall: %s\n' % (names, names))
+    for i in range(n):
+        lines.append('p%d:\n\techo p%d\n' % (i, i))
+    write(os.path.join(d, 'makefile'), ''.join(lines))
+
+
 def main():
     kind, d = sys.argv[1], sys.argv[2]
     n = int(sys.argv[3]) if len(sys.argv) > 3 else 20000
     os.makedirs(d, exist_ok=True)
     {'macros': macros, 'null': null_build, 'changed': changed, 'commands': commands,
-     'chain': chain}[kind](d, n)
+     'chain': chain, 'repeated': repeated, 'wide': wide, 'macrochain': macrochain,
+     'suffixes': suffixes, 'phony': phony}[kind](d, n)
 
 
 if __name__ == '__main__':

@@ -14,8 +14,8 @@
 #include "messages.h"
 #include "platform/system.h"
 
-constexpr uint32_t FATAL = 0x8000;               // added to an id: the process ends after the text
-constexpr uint32_t WARNING = 0x80000000u;        // added to an id: severity warning
+constexpr uint32_t FATAL = 0x8000;        // added to an id: the process ends after the text
+constexpr uint32_t WARNING = 0x80000000u; // added to an id: severity warning
 constexpr uint32_t MESSAGE_ID_MASK = 0x20007FFF;
 
 extern uint32_t error_count; // diagnostics of severity error so far

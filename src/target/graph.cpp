@@ -205,8 +205,7 @@ void attach_to_targets(ptr_list targets, ptr_list dependents, ptr_list commands)
             else if (str_icmp(name, u".SUFFIXES") == 0) {
                 suffix_target = t;
                 ++suffix_list_changes;
-            }
-            else if (str_icmp(name, u".PHONY") == 0)
+            } else if (str_icmp(name, u".PHONY") == 0)
                 phony_target = t; // saves a look-up for every time stamp read
             else if (str_icmp(name, u".DEFAULT") == 0)
                 default_target = t;

@@ -69,8 +69,7 @@ ptr_list find_from_suffixes(target *rule, const char16_t *from) {
 // text: when the rest of the rule does not fit behind it, a later entry gets its
 // turn. So with the predefined list, where .c stands in front of .cpp and .cxx,
 // the rules .cpp.obj and .cxx.obj still work.
-char16_t *match_inference_rule(target *rule, const char16_t *stem,
-                               const char16_t *extension) {
+char16_t *match_inference_rule(target *rule, const char16_t *stem, const char16_t *extension) {
     // The rule text ends in the to-extension: a cheap test before the walk.
     const char16_t *text = rule->file->name;
     const size_t text_length = str_len(text), extension_length = str_len(extension);

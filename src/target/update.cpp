@@ -91,7 +91,8 @@ void append_word(word_list *list, const char16_t *word) {
     const size_t need = list->length + 1 + n + 2 + 1;
     if (need > list->capacity) {
         list->capacity = need > 2 * list->capacity ? need : 2 * list->capacity;
-        list->text = static_cast<char16_t *>(xrealloc(list->text, list->capacity * sizeof(char16_t)));
+        list->text =
+            static_cast<char16_t *>(xrealloc(list->text, list->capacity * sizeof(char16_t)));
     }
     char16_t *p = list->text + list->length;
     if (list->length) *p++ = u' ';

@@ -1,57 +1,16 @@
-// Splitting a text into words: the command-line split of MAKEFLAGS and
-// command texts, and the start-up rules of a program's own command line, by
-// which the Windows start-up reads its arguments and the POSIX direct road
-// hands a child its vector.
+// The start-up rules of a program's own command line, by which the Windows
+// start-up reads its arguments and the POSIX direct road hands a child its
+// vector.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <string>
 
 #include "platform/process.h"
-#include "run/make.h"
 #include "run/report.h"
 #include "unit/test_text.h"
 
 namespace {
-
-// Splits text and shows the words as "[a][b c]".
-std::string split_words(const std::u16string &text) {
-    std::u16string copy = text;
-    uint32_t n = 0;
-    char16_t **vector = nullptr;
-    split_command_line(copy.data(), &n, &vector);
-    std::string shown;
-    for (uint32_t i = 0; i < n; ++i)
-        shown += "[" + to_utf8(vector[i]) + "]";
-    EXPECT_EQ(vector[n], nullptr);
-    free(vector);
-    return shown;
-}
-
-TEST(SplitCommandLine, Words) {
-    struct row {
-        const char16_t *text;
-        const char *words;
-    } rows[] = {
-        {u"a b", "[a][b]"},
-        {u"\"a b\" c", "[a b][c]"},
-        {u"\"a b\"c", "[a b][c]"},
-        {u"ab\"c d\"e f", "[abc d][e][f]"},
-        {u"ab\"\"cd", "[ab][cd]"},
-        {u"ab\"cd", "[abcd]"},
-        {u"\"abc", "[abc]"},
-        {u"\"\" x", "[x]"},
-        {u"X=\" b c\" d", "[X= b c][d]"},
-        {u"a\\\"b c\"", "[a\\b c]"},
-        {u"", ""},
-        {u" \t  ", ""},
-        {u"\ta\t\tb ", "[a][b]"},
-        {u"a\nb", "[a\nb]"}, // only space and tab are blanks
-        {u"\"\"", ""},
-    };
-    for (const row &r : rows)
-        EXPECT_EQ(split_words(r.text), r.words) << to_utf8(r.text);
-}
 
 // Shows the words as "[a][b c]".
 std::string split(const char16_t *line) {

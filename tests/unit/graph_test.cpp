@@ -51,6 +51,23 @@ TEST(PtrList, AddKeepsOrderAndTerminator) {
     free(list);
 }
 
+// A special name in any case sets its switch, to 1; a name repeated in one
+// block gets the dependents twice and the commands once.
+TEST_F(GraphTest, BlocksOfSpecialAndRepeatedNames) {
+    target *ignore = add_target(u".ignore");
+    target *silent = add_target(u".Silent");
+    target *a = add_target(u"a");
+    void *first[] = {ignore, nullptr}, *second[] = {silent, nullptr}, *twice[] = {a, a, nullptr};
+    void *deps[] = {add_file(u"d"), nullptr}, *cmds[] = {add_command(u"run"), nullptr};
+    attach_to_targets(first, deps, nullptr);
+    attach_to_targets(second, nullptr, nullptr);
+    EXPECT_EQ(opt_ignore, 1);
+    EXPECT_EQ(opt_silent, 1);
+    attach_to_targets(twice, deps, cmds);
+    EXPECT_EQ(list_count(a->dependents), 2u);
+    EXPECT_EQ(list_count(a->commands), 1u);
+}
+
 TEST_F(GraphTest, TimesReadAheadAreTheDisksOfTheirRound) {
     const uint64_t second = 10'000'000;
     const uint64_t base = 133'000'000'000'000'000;
