@@ -92,6 +92,14 @@ char16_t *expand_value(macro *m, const char16_t *defining_name, bool in_command)
     return result;
 }
 
+} // namespace
+
+void abandon_expansions() {
+    expanding_count = 0;
+}
+
+namespace {
+
 // The macro that a %-form or a modifier needs; fatal when it does not exist.
 const char16_t *required_value(const char16_t *name) {
     macro *m = find_macro(name, false);

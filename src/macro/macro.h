@@ -41,6 +41,9 @@ char16_t *replace_text(const char16_t *text, const char16_t *search, const char1
 char16_t *apply_substitutions(const macro *m, char16_t *text);
 void clear_substitutions(macro *m);
 
+// Forgets the macros being expanded, when a run ends inside an expansion.
+void abandon_expansions();
+
 // The one expansion routine. Returns a new text; text is not changed.
 char16_t *expand_macros(const char16_t *text, const char16_t *defining_name, bool in_command,
                         inline_file *inline_chain);

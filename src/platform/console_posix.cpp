@@ -151,15 +151,22 @@ void write_break_text() {
 
 namespace {
 
-// Runs body in a fault scope on the calling thread.
-bool run_scope_here(void (*body)(void *), void *arg, fault_record *fault) {
+// Runs body with the stack guard of the calling thread and, with catch_faults,
+// in a fault scope.
+bool run_scope_here(void (*body)(void *), void *arg, fault_record *fault, bool catch_faults) {
+    const uintptr_t stack_low = find_stack_low();
+    const uintptr_t outer_guard = stack_guard;
+    if (stack_low) stack_guard = stack_low + STACK_MARGIN;
+    if (!catch_faults) {
+        body(arg);
+        stack_guard = outer_guard;
+        return true;
+    }
     // Everything the jump back needs is set up before sigsetjmp and not changed
     // behind it, except returned, which is volatile for that reason.
     fault_scope scope;
     memset(&scope.caught, 0, sizeof scope.caught);
-    scope.stack_low = find_stack_low();
-    const uintptr_t outer_guard = stack_guard;
-    if (scope.stack_low) stack_guard = scope.stack_low + STACK_MARGIN;
+    scope.stack_low = stack_low;
     fault_scope *outer = active_scope;
     active_scope = &scope;
 
@@ -204,19 +211,18 @@ struct scope_call {
     void (*body)(void *);
     void *arg;
     fault_record *fault;
+    bool catch_faults;
     bool returned;
 };
 
 void *run_scope_thread(void *p) {
     scope_call *call = static_cast<scope_call *>(p);
-    call->returned = run_scope_here(call->body, call->arg, call->fault);
+    call->returned = run_scope_here(call->body, call->arg, call->fault, call->catch_faults);
     return nullptr;
 }
 
-} // namespace
-
-bool run_fault_scope(void (*body)(void *), void *arg, fault_record *fault) {
-    scope_call call = {body, arg, fault, false};
+bool run_on_work_thread(void (*body)(void *), void *arg, fault_record *fault, bool catch_faults) {
+    scope_call call = {body, arg, fault, catch_faults, false};
     pthread_attr_t attributes;
     pthread_t worker;
     bool started = pthread_attr_init(&attributes) == 0;
@@ -227,7 +233,7 @@ bool run_fault_scope(void (*body)(void *), void *arg, fault_record *fault) {
     }
     // Without a thread of its own (the address space may be limited), the work
     // runs here, on the stack it has.
-    if (!started) return run_scope_here(body, arg, fault);
+    if (!started) return run_scope_here(body, arg, fault, catch_faults);
     // Console interrupts go to the worker from here on, so that the flag is set
     // by the time the wait for a child that was interrupted with it returns.
     sigset_t interrupts;
@@ -237,6 +243,16 @@ bool run_fault_scope(void (*body)(void *), void *arg, fault_record *fault) {
     pthread_sigmask(SIG_BLOCK, &interrupts, nullptr);
     pthread_join(worker, nullptr);
     return call.returned;
+}
+
+} // namespace
+
+bool run_fault_scope(void (*body)(void *), void *arg, fault_record *fault) {
+    return run_on_work_thread(body, arg, fault, true);
+}
+
+void run_on_large_stack(void (*body)(void *), void *arg) {
+    run_on_work_thread(body, arg, nullptr, false);
 }
 
 namespace {

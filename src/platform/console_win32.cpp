@@ -110,11 +110,13 @@ void write_break_text() {
     write_text(STREAM_ERR, break_text, 0);
 }
 
-bool run_fault_scope(void (*body)(void *), void *arg, fault_record *fault) {
+namespace {
+
+bool run_on_work_thread(void (*body)(void *), void *arg, fault_record *fault, bool catch_faults) {
     scope_call call = {body, arg, 0, false, {0, 0}};
     scope_call *outer = active_call;
     active_call = &call;
-    void *handler = AddVectoredExceptionHandler(1, fault_filter);
+    void *handler = catch_faults ? AddVectoredExceptionHandler(1, fault_filter) : nullptr;
     HANDLE worker =
         CreateThread(nullptr, WORK_STACK_BYTES, run_scope_thread, &call,
                      STACK_SIZE_PARAM_IS_A_RESERVATION | CREATE_SUSPENDED, &call.thread_id);
@@ -132,6 +134,16 @@ bool run_fault_scope(void (*body)(void *), void *arg, fault_record *fault) {
     active_call = outer;
     if (!call.returned && fault) *fault = call.caught;
     return call.returned;
+}
+
+} // namespace
+
+bool run_fault_scope(void (*body)(void *), void *arg, fault_record *fault) {
+    return run_on_work_thread(body, arg, fault, true);
+}
+
+void run_on_large_stack(void (*body)(void *), void *arg) {
+    run_on_work_thread(body, arg, nullptr, false);
 }
 
 namespace {

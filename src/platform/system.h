@@ -234,6 +234,10 @@ struct fault_record {
     uint64_t address; // address of the fault
 };
 bool run_fault_scope(void (*body)(void *), void *arg, fault_record *fault);
+// Runs body(arg) on the same large stack with the same stack guard, and waits
+// for it, but catches no fault: for a host that wants a sanitizer's own report
+// of one, such as a fuzz target.
+void run_on_large_stack(void (*body)(void *), void *arg);
 // Stack guard: true when the thread that runs a fault scope's body has less
 // than a safe margin of its stack left, so that a deep recursion can end in a
 // diagnostic instead of a fault. Always false on other threads.

@@ -498,9 +498,3 @@ char16_t *format_message(uint32_t id, const fmt_arg *args, size_t count, bool fr
 size_t allocator_block_size(const void *block) {
     return block ? malloc_usable_size(const_cast<void *>(block)) : 0;
 }
-
-// Output goes straight to the descriptors, so nothing is left in a buffer that
-// an orderly exit would have to flush.
-void exit_process(uint32_t status) {
-    _exit(static_cast<int>(status));
-}

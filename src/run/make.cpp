@@ -168,8 +168,12 @@ void make(int argc, char16_t **argv) {
 // until the stack runs out.
 constexpr uint32_t MAX_NESTED_RUNS = 200;
 
+namespace {
+uint32_t nested_depth = 0;
+} // namespace
+
 void nested_make(int argc, char16_t **argv) {
-    static uint32_t depth = 0;
+    uint32_t &depth = nested_depth;
     if (depth == MAX_NESTED_RUNS)
         report(MSG_USER_ERROR + FATAL, u"Nested runs too deep: more than 200 levels");
     check_stack();
@@ -219,6 +223,13 @@ void make_free() {
 
 void make_exit(uint32_t status) {
     make_free();
+    // Nothing of the run is left half done, for a host that goes on after the
+    // end (a fuzz target, whose exit_process returns to it): no makefile open,
+    // no update, expansion or nested run under way.
+    current_frame = nullptr;
+    abandon_updates();
+    abandon_expansions();
+    nested_depth = 0;
     exit_process(status);
 }
 

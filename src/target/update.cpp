@@ -188,6 +188,10 @@ uint32_t update_node(file_node *f, const char16_t *name, bool must_exist) {
     return update_known_target(t, name, must_exist);
 }
 
+void abandon_updates() {
+    progress.count = progress.span_start = 0;
+}
+
 size_t begin_update_span() {
     const size_t saved = progress.span_start;
     progress.span_start = progress.count;

@@ -36,6 +36,8 @@ bool touch_target(const char16_t *name);
 // opens a span of its own and closes it when it returns.
 size_t begin_update_span();
 void end_update_span(size_t saved);
+// Forgets the names in progress, when a run ends inside its update.
+void abandon_updates();
 
 void show_database();
 void show_target(const target *t);
