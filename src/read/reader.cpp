@@ -23,6 +23,8 @@ constexpr size_t GROW_BYTES = 8192; // logical lines grow in steps of this size
 // run out; each level holds an open file and its buffers.
 constexpr uint32_t MAX_INCLUDE_DEPTH = 200;
 
+} // namespace
+
 // Working state of one call of read_makefile. An open description block of an
 // including file stays open across an !INCLUDE, invisible to the included file.
 struct reader_state {
@@ -36,6 +38,24 @@ struct reader_state {
     ptr_list block_commands = nullptr;
     inline_file *pending_inline = nullptr;
 };
+
+namespace {
+
+// Releases what one read_makefile holds: its buffers and block, its file and
+// its frame. The block's lists are released as they stand, not attached.
+void release_frame(include_frame *frame) {
+    reader_state &r = *frame->reader;
+    free(r.directive_text);
+    free(r.logical_text);
+    free(r.physical_line);
+    free(r.block_targets);
+    free(r.block_dependents);
+    free(r.block_commands);
+    close_file(frame->file);
+    free(frame->cond_stack);
+    free(frame->file_name);
+    free(frame);
+}
 
 // Closes the open description block, if any.
 void close_block(reader_state &r) {
@@ -154,13 +174,15 @@ void read_makefile(const char16_t *path) {
     const os_handle file = open_text_file(path);
     const text_encoding encoding = detect_encoding(file);
 
+    reader_state r;
     include_frame *frame = xcalloc_record<include_frame>();
     frame->file_name = str_dup(path);
     frame->cond_stack = new_cond_stack();
+    frame->file = file;
+    frame->reader = &r;
     frame->outer = current_frame;
     current_frame = frame;
 
-    reader_state r;
     r.physical_line = xalloc_array<char16_t>(LINE_UNITS);
     uint32_t result;
     while ((result = read_line(file, r.physical_line, LINE_UNITS, encoding, 0)) == 0) {
@@ -172,15 +194,15 @@ void read_makefile(const char16_t *path) {
     if (result != ERR_HANDLE_EOF) report(result + WARNING);
     if (r.pending_inline) report(MSG_INLINE_EOF + FATAL);
     close_block(r);
-
-    free(r.directive_text);
-    free(r.logical_text);
-    free(r.physical_line);
-    close_file(file);
     current_frame = frame->outer;
-    free(frame->cond_stack);
-    free(frame->file_name);
-    free(frame);
+    release_frame(frame);
+}
+
+void close_open_makefiles() {
+    while (include_frame *frame = current_frame) {
+        current_frame = frame->outer;
+        release_frame(frame);
+    }
 }
 
 size_t join_line(char16_t **buffer, size_t position, const char16_t *line) {

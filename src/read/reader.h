@@ -17,9 +17,15 @@ struct include_frame {
     uint32_t cond_level;  // conditional level of this file
     uint8_t skipping;     // nonzero inside an inactive conditional section
     uint8_t *cond_stack;  // this file's own level bytes (see directive.cpp)
+    os_handle file;       // the open makefile
+    struct reader_state *reader; // the working state of its read_makefile
 };
 
 extern include_frame *current_frame; // null when no makefile is open
+
+// Closes the makefiles still open and releases their frames and buffers, when
+// a run ends while it reads them.
+void close_open_makefiles();
 
 // Resolves name by the include search order and reads the file; failures are fatal.
 void include_file(const char16_t *name);

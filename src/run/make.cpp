@@ -226,7 +226,7 @@ void make_exit(uint32_t status) {
     // Nothing of the run is left half done, for a host that goes on after the
     // end (a fuzz target, whose exit_process returns to it): no makefile open,
     // no update, expansion or nested run under way.
-    current_frame = nullptr;
+    close_open_makefiles();
     abandon_updates();
     abandon_expansions();
     nested_depth = 0;

@@ -115,7 +115,7 @@ void read_workspace(const char16_t *name) {
     char16_t *workspace_dir = dir_of_path(workspace_path);
     const os_handle file = open_text_file(workspace_path);
     const text_encoding encoding = detect_encoding(file);
-    char16_t *line = xalloc_array<char16_t>(LINE_UNITS);
+    char16_t line[LINE_UNITS]; // on the stack: a run that ends inside leaves nothing behind
     workspace_reader w;
     w.workspace_dir = workspace_dir;
     uint32_t result;
@@ -132,7 +132,6 @@ void read_workspace(const char16_t *name) {
     }
     if (result != ERR_HANDLE_EOF) report(result + WARNING);
     close_file(file);
-    free(line);
     free(workspace_path);
     free(workspace_dir);
     build_projects(&w.projects);
