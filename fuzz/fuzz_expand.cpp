@@ -21,8 +21,8 @@ struct expand_input {
 void run_expand(void *p) {
     const expand_input *input = static_cast<const expand_input *>(p);
     const char16_t *const definitions[] = {
-        u"A = a$(B)",  u"B = b",       u"C = $(A:a=c) $$",   u"S = x $(S) y",
-        u"D = $(D:x=y)", u"P = 50%%",  u"L = a b c",
+        u"A = a$(B)",    u"B = b",    u"C = $(A:a=c) $$", u"S = x $(S) y",
+        u"D = $(D:x=y)", u"P = 50%%", u"L = a b c",
     };
     for (const char16_t *line : definitions)
         parse_macro_line(line);

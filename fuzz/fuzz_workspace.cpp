@@ -11,8 +11,7 @@ namespace {
 
 void run_workspace(void *) {
     char16_t *argv[] = {const_cast<char16_t *>(u"tolmek"), const_cast<char16_t *>(u"/N"),
-                        const_cast<char16_t *>(u"/W"), const_cast<char16_t *>(u"in.ws"),
-                        nullptr};
+                        const_cast<char16_t *>(u"/W"), const_cast<char16_t *>(u"in.ws"), nullptr};
     make(4, argv);
 }
 

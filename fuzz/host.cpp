@@ -46,7 +46,8 @@ std::vector<int> open_descriptors() {
     if (!dir) return fds;
     const int own = dirfd(dir);
     while (dirent *entry = readdir(dir))
-        if (entry->d_name[0] != '.' && atoi(entry->d_name) != own) fds.push_back(atoi(entry->d_name));
+        if (entry->d_name[0] != '.' && atoi(entry->d_name) != own)
+            fds.push_back(atoi(entry->d_name));
     closedir(dir);
     return fds;
 }
@@ -130,8 +131,7 @@ std::u16string units_of(const uint8_t *data, size_t size) {
 std::u16string text_of(const uint8_t *data, size_t size) {
     std::u16string text(size + 1, u'\0');
     size_t produced = 0;
-    decode_bytes(65001, reinterpret_cast<const char *>(data), size, &text[0], size + 1,
-                 &produced);
+    decode_bytes(65001, reinterpret_cast<const char *>(data), size, &text[0], size + 1, &produced);
     text.resize(produced);
     return text;
 }

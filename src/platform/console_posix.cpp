@@ -221,6 +221,8 @@ void *run_scope_thread(void *p) {
     return nullptr;
 }
 
+} // namespace
+
 bool run_on_work_thread(void (*body)(void *), void *arg, fault_record *fault, bool catch_faults) {
     scope_call call = {body, arg, fault, catch_faults, false};
     pthread_attr_t attributes;
@@ -243,16 +245,6 @@ bool run_on_work_thread(void (*body)(void *), void *arg, fault_record *fault, bo
     pthread_sigmask(SIG_BLOCK, &interrupts, nullptr);
     pthread_join(worker, nullptr);
     return call.returned;
-}
-
-} // namespace
-
-bool run_fault_scope(void (*body)(void *), void *arg, fault_record *fault) {
-    return run_on_work_thread(body, arg, fault, true);
-}
-
-void run_on_large_stack(void (*body)(void *), void *arg) {
-    run_on_work_thread(body, arg, nullptr, false);
 }
 
 namespace {

@@ -110,8 +110,6 @@ void write_break_text() {
     write_text(STREAM_ERR, break_text, 0);
 }
 
-namespace {
-
 bool run_on_work_thread(void (*body)(void *), void *arg, fault_record *fault, bool catch_faults) {
     scope_call call = {body, arg, 0, false, {0, 0}};
     scope_call *outer = active_call;
@@ -134,16 +132,6 @@ bool run_on_work_thread(void (*body)(void *), void *arg, fault_record *fault, bo
     active_call = outer;
     if (!call.returned && fault) *fault = call.caught;
     return call.returned;
-}
-
-} // namespace
-
-bool run_fault_scope(void (*body)(void *), void *arg, fault_record *fault) {
-    return run_on_work_thread(body, arg, fault, true);
-}
-
-void run_on_large_stack(void (*body)(void *), void *arg) {
-    run_on_work_thread(body, arg, nullptr, false);
 }
 
 namespace {

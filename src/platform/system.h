@@ -227,17 +227,22 @@ void set_break_text(const char16_t *text);
 void write_break_text();
 
 // ---------------------------------------------------------------------------
-// Fault scope. Runs body(arg); a processor fault inside it is caught and
-// described in *fault, and the result is false. True when body returned.
+// Fault scope. Runs body(arg) on a thread with a large stack and the stack
+// guard, and waits for it. With catch_faults, a processor fault inside it is
+// caught and described in *fault, and the result is false; without, no fault
+// is caught, for a host that wants a sanitizer's own report of one (a fuzz
+// target). True when body returned.
 struct fault_record {
     uint32_t code;    // the Windows exception code, such as 0xC0000005
     uint64_t address; // address of the fault
 };
-bool run_fault_scope(void (*body)(void *), void *arg, fault_record *fault);
-// Runs body(arg) on the same large stack with the same stack guard, and waits
-// for it, but catches no fault: for a host that wants a sanitizer's own report
-// of one, such as a fuzz target.
-void run_on_large_stack(void (*body)(void *), void *arg);
+bool run_on_work_thread(void (*body)(void *), void *arg, fault_record *fault, bool catch_faults);
+inline bool run_fault_scope(void (*body)(void *), void *arg, fault_record *fault) {
+    return run_on_work_thread(body, arg, fault, true);
+}
+inline void run_on_large_stack(void (*body)(void *), void *arg) {
+    run_on_work_thread(body, arg, nullptr, false);
+}
 // Stack guard: true when the thread that runs a fault scope's body has less
 // than a safe margin of its stack left, so that a deep recursion can end in a
 // diagnostic instead of a fault. Always false on other threads.

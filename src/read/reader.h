@@ -11,13 +11,13 @@
 
 // One per open makefile, innermost first through current_frame.
 struct include_frame {
-    include_frame *outer; // frame of the including file; null for the outermost
-    char16_t *file_name;  // owned; the path read_makefile was given
-    uint32_t line_number; // physical lines read so far
-    uint32_t cond_level;  // conditional level of this file
-    uint8_t skipping;     // nonzero inside an inactive conditional section
-    uint8_t *cond_stack;  // this file's own level bytes (see directive.cpp)
-    os_handle file;       // the open makefile
+    include_frame *outer;        // frame of the including file; null for the outermost
+    char16_t *file_name;         // owned; the path read_makefile was given
+    uint32_t line_number;        // physical lines read so far
+    uint32_t cond_level;         // conditional level of this file
+    uint8_t skipping;            // nonzero inside an inactive conditional section
+    uint8_t *cond_stack;         // this file's own level bytes (see directive.cpp)
+    os_handle file;              // the open makefile
     struct reader_state *reader; // the working state of its read_makefile
 };
 
