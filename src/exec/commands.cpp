@@ -91,16 +91,18 @@ bool run_for_each(const char16_t *text, uint32_t *exit_code, const char16_t *mak
     macro *m = find_macro(all ? u"**" : u"?", false);
     if (!m) return false;
     char16_t *kept = m->value;
+    const size_t kept_length = m->value_length;
     char16_t *words = str_dup(kept);
     char16_t *position = nullptr;
     for (char16_t *word = str_tok_r(words, u" ", &position); word;
          word = str_tok_r(nullptr, u" ", &position)) {
         // Directly, without set_macro and its side effects. A block of its own,
         // since a fatal end releases the table with this value in it.
-        m->value = str_dup(word);
+        keep_value(m, str_dup(word));
         *exit_code = run_command(rest, nullptr, make_value);
         free(m->value);
         m->value = kept;
+        m->value_length = kept_length;
         if (*exit_code != 0) break;
     }
     free(words);

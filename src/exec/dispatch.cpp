@@ -92,7 +92,7 @@ uint32_t set_in_process(char16_t *word) {
     macro *m = find_macro(word, true);
     free(m->value);
     m->flags |= exported;
-    m->value = str_dup(value);
+    keep_value(m, str_dup(value));
     return 0;
 }
 

@@ -3,7 +3,10 @@
 // first sight; a macro tied to the environment writes every new value through.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+
+#include "platform/system.h"
 
 #include "target/graph.h"
 
@@ -15,10 +18,18 @@ struct macro {
     macro *next;            // next older macro
     char16_t *name;         // owned; as first written, also the environment name
     char16_t *value;        // owned; unexpanded references kept; null only when created by look-up
+    size_t value_length;    // units of value, so that += appends without measuring it
     ptr_list substitutions; // pending pairs: search, replacement, ...; texts owned
     uint8_t flags;          // self_referenced, exported, being_expanded
     uint32_t hash;          // hash_name(name)
 };
+
+// Stores the owned text value (not null) as m's value, with its length; what
+// becomes of the old value is the caller's.
+inline void keep_value(macro *m, char16_t *value) {
+    m->value = value;
+    m->value_length = str_len(value);
+}
 
 extern macro *macro_list;      // run table: all macros, newest first
 extern name_index macro_index; // index beside macro_list, saved with it

@@ -1,6 +1,7 @@
 // The macro table and its tie to the environment, and the syntax of a macro
 // definition line.
 #include <cstdlib>
+#include <cstring>
 
 #include "macro/macro.h"
 #include "run/make.h"
@@ -27,7 +28,7 @@ macro *find_macro(const char16_t *name, bool create) {
     m->hash = hash_name(name);
     m->name = str_dup(name);
     if (char16_t *value = get_env(name)) {
-        m->value = value;
+        keep_value(m, value);
         m->flags |= exported;
     }
     if (!(m->flags & exported))
@@ -44,19 +45,43 @@ macro *find_macro(const char16_t *name, bool create) {
     return m;
 }
 
+namespace {
+
+// The environment gets the expansion as of now; the table keeps references.
+void write_through(const macro *m) {
+    char16_t *expanded = expand_macros(m->value, nullptr, true, nullptr);
+    const uint32_t failed = set_env(m->name, expanded);
+    free(expanded);
+    if (failed) report(failed + FATAL);
+}
+
+// set_macro(name, old value followed by tail, 0) for a macro that has a value:
+// the value grows in place, by doubling, so that a macro appended to line by
+// line costs no more than its length.
+void append_to_macro(const char16_t *name, const char16_t *tail) {
+    macro *m = find_macro(name, true);
+    if ((m->flags & exported) && !opt_env) return; // the whole effect of /E
+    const size_t n = str_len(tail);
+    const size_t need = (m->value_length + n + 1) * sizeof(char16_t);
+    const size_t room = block_size(m->value);
+    if (need > room)
+        m->value = static_cast<char16_t *>(xrealloc(m->value, need > 2 * room ? need : 2 * room));
+    memcpy(m->value + m->value_length, tail, (n + 1) * sizeof(char16_t));
+    m->value_length += n;
+    clear_substitutions(m);
+    if (m->flags & exported) write_through(m);
+}
+
+} // namespace
+
 void set_macro(const char16_t *name, const char16_t *value, uint8_t mode) {
     macro *m = find_macro(name, true);
     if ((m->flags & exported) && !opt_env) return; // the whole effect of /E
     free(m->value);
-    m->value = str_dup(value);
+    m->value_length = str_len(value);
+    m->value = str_dup_n(value, m->value_length);
     if (mode != 1 || !(m->flags & self_referenced)) clear_substitutions(m);
-    if (m->flags & exported) {
-        // The environment gets the expansion as of now; the table keeps references.
-        char16_t *expanded = expand_macros(m->value, nullptr, true, nullptr);
-        const uint32_t failed = set_env(m->name, expanded);
-        free(expanded);
-        if (failed) report(failed + FATAL);
-    }
+    if (m->flags & exported) write_through(m);
 }
 
 int parse_macro_line(const char16_t *line) {
@@ -83,9 +108,7 @@ int parse_macro_line(const char16_t *line) {
     value[end] = 0;
     macro *old = append ? find_macro(name, false) : nullptr;
     if (old && old->value) {
-        char16_t *joined = str_printf(u"%ls%ls", old->value, value);
-        set_macro(name, joined, 0);
-        free(joined);
+        append_to_macro(name, value);
     } else {
         set_macro(name, value, 1);
     }
