@@ -80,7 +80,8 @@ def scenarios(tolmek, floor):
                                       ('wide dependent lists', 'wide', 50000, ['-n', '-r']),
                                       ('macro chain', 'macrochain', 100000, ['-n', '-r']),
                                       ('suffixes and rules', 'suffixes', 2000, ['-n']),
-                                      ('phony targets', 'phony', 20000, ['-n', '-r'])):
+                                      ('phony targets', 'phony', 20000, ['-n', '-r']),
+                                      ('appends to a macro', 'appends', 50000, ['-n', '-r'])):
         yield ('%s %d' % (title, n), kind, n, [
             ('make ' + ' '.join(make_args), ['make'] + make_args),
             ('tolmek /R /N' if '-n' in make_args else 'tolmek /R',

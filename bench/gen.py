@@ -13,6 +13,7 @@ commands), and the files it needs, into a folder.
   gen.py macrochain DIR N   N macros each naming the next, expanded once in a command
   gen.py suffixes DIR N     N suffixes and N rules .sK.obj, and N/2 names made by them
   gen.py phony DIR N        N phony targets, each with a command
+  gen.py appends DIR N      N lines appending to one macro with +=, which a command uses
 """
 import os
 import sys
@@ -128,13 +129,18 @@ def phony(d, n):
     write(os.path.join(d, 'makefile'), ''.join(lines))
 
 
+def appends(d, n):
+    lines = ['A += x%d\n' % i for i in range(n)] + ['all:\n\techo $(A:x1=y)\n']
+    write(os.path.join(d, 'makefile'), ''.join(lines))
+
+
 def main():
     kind, d = sys.argv[1], sys.argv[2]
     n = int(sys.argv[3]) if len(sys.argv) > 3 else 20000
     os.makedirs(d, exist_ok=True)
     {'macros': macros, 'null': null_build, 'changed': changed, 'commands': commands,
      'chain': chain, 'repeated': repeated, 'wide': wide, 'macrochain': macrochain,
-     'suffixes': suffixes, 'phony': phony}[kind](d, n)
+     'suffixes': suffixes, 'phony': phony, 'appends': appends}[kind](d, n)
 
 
 if __name__ == '__main__':
