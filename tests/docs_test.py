@@ -4,8 +4,10 @@ from the program.
 
 usage: docs_test.py --tolmek PATH [--windows --launcher wine] PAGE...
 
-An example is a fenced block marked `makefile` (written as the file makefile
-of a fresh folder) followed by a block marked `console`. In the console block
+An example is one or more fenced blocks that are files, followed by a block
+marked `console`. A block marked `makefile` is the file makefile of a fresh
+folder; a block marked with a kind and a name (`makefile lib/lib.mak`,
+`workspace all.ws`) is the file of that name. In the console block
 each line `$ tolmek WORDS` runs the program with those words, and the lines up
 to the next `$ ` line are what it prints, standard output and standard error
 together; `$ touch NAME` makes a file NAME (or sets its time to now). Since the
@@ -29,33 +31,36 @@ import time
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
 import run_cases  # noqa: E402  (the runner's settings and helpers)
 
-BLOCK = re.compile(r'^```(\w*)\n(.*?)^```', re.M | re.S)
+BLOCK = re.compile(r'^```(\w*)( [^\n]+)?\n(.*?)^```', re.M | re.S)
 
 
 def examples(page):
+    """(line, {file name: text}, console, page text since the last example)."""
     text = open(page, encoding='utf-8').read()
-    makefile, start = None, 0
+    files, start = {}, 0
     for match in BLOCK.finditer(text):
-        kind, body = match.group(1), match.group(2)
-        if kind == 'makefile':
-            makefile = body
-        elif kind == 'console' and makefile is not None:
+        kind, name, body = match.group(1), match.group(2), match.group(3)
+        if kind == 'console' and files:
             between = text[start:match.start()]
             line = text.count('\n', 0, match.start()) + 1
-            yield line, makefile, body, between
-            makefile, start = None, match.end()
+            yield line, files, body, between
+            files, start = {}, match.end()
+        elif name or kind == 'makefile':
+            files[name.strip() if name else 'makefile'] = body
 
 
-def run_example(makefile, console, between, opts):
+def run_example(files, console, between, opts):
     only = re.search(r'<!-- only (posix|windows) -->', between)
     if only and only.group(1) != ('windows' if opts.windows else 'posix'):
         return None
     work = tempfile.mkdtemp(prefix='tolmek-docs-')
     try:
-        with open(os.path.join(work, 'makefile'), 'w') as f:
-            f.write(makefile)
-        files = re.search(r'<!-- files: (.*?) -->', between)
-        for word in (files.group(1).split() if files else []) + ['makefile']:
+        for name, text in files.items():
+            os.makedirs(os.path.dirname(os.path.join(work, name)), exist_ok=True)
+            with open(os.path.join(work, name), 'w') as f:
+                f.write(text)
+        empty = re.search(r'<!-- files: (.*?) -->', between)
+        for word in (empty.group(1).split() if empty else []) + list(files):
             name, _, at = word.partition('@')
             path = os.path.join(work, name)
             os.makedirs(os.path.dirname(path), exist_ok=True)
@@ -97,8 +102,8 @@ def main():
     opts.launcher = shlex.split(opts.launcher)
     counts = {'passed': 0, 'failed': 0, 'skipped': 0}
     for page in opts.pages:
-        for line, makefile, console, between in examples(page):
-            problem = run_example(makefile, console, between, opts)
+        for line, files, console, between in examples(page):
+            problem = run_example(files, console, between, opts)
             outcome = 'skipped' if problem is None else 'failed' if problem else 'passed'
             counts[outcome] += 1
             if problem:
