@@ -138,6 +138,18 @@ TEST_F(PlatformTest, WildcardTimeAndExistenceComeFromTheFirstMatch) {
     EXPECT_FALSE(file_exists(path(u"missing/*").c_str()));
 }
 
+TEST_F(PlatformTest, ALinkHasItsTargetsTimeOrItsOwnWhenItLeadsNowhere) {
+    make_file(u"real.c");
+    ASSERT_EQ(set_file_time(path(u"real.c").c_str(), SOME_TIME), 0u);
+    ASSERT_EQ(symlink("real.c", to_utf8(path(u"good.c")).c_str()), 0);
+    ASSERT_EQ(symlink("gone.c", to_utf8(path(u"dangling.c")).c_str()), 0);
+    EXPECT_EQ(file_time(path(u"good.c").c_str()), SOME_TIME);
+    EXPECT_NE(file_time(path(u"dangling.c").c_str()), 0u);
+    EXPECT_NE(file_time(path(u"dangling.c").c_str()), SOME_TIME);
+    EXPECT_TRUE(file_exists(path(u"dangling.c").c_str()));
+    EXPECT_FALSE(file_exists(path(u"gone.c").c_str()));
+}
+
 TEST_F(PlatformTest, TemporaryFilesAreNewEmptyAndUniquelyNamed) {
     saved_env tmp("TMP"), temp("TEMP"), tmpdir("TMPDIR");
     setenv("TMP", dir.c_str(), 1);
