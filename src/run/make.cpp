@@ -173,11 +173,10 @@ uint32_t nested_depth = 0;
 } // namespace
 
 void nested_make(int argc, char16_t **argv) {
-    uint32_t &depth = nested_depth;
-    if (depth == MAX_NESTED_RUNS)
+    if (nested_depth == MAX_NESTED_RUNS)
         report(MSG_USER_ERROR + FATAL, u"Nested runs too deep: more than 200 levels");
     check_stack();
-    ++depth;
+    ++nested_depth;
     target *saved_targets = target_list;
     file_node *saved_files = file_list;
     macro *saved_macros = macro_list;
@@ -207,7 +206,7 @@ void nested_make(int argc, char16_t **argv) {
     target_index = saved_indexes[0];
     file_index = saved_indexes[1];
     macro_index = saved_indexes[2];
-    --depth;
+    --nested_depth;
 }
 
 // Deletion walks inline_list, so it comes before the records are released.

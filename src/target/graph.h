@@ -54,16 +54,16 @@ struct command {
 };
 
 // Run tables of the graph.
-extern target *target_list;   // all targets and inference rules of the run
-extern file_node *file_list;  // all names that occurred as target or dependent
-extern command *command_list; // all commands of the run
-extern target *first_target;  // built when no target is named
-extern target *suffix_target;
+extern target *target_list;    // all targets and inference rules of the run
+extern file_node *file_list;   // all names that occurred as target or dependent
+extern command *command_list;  // all commands of the run
+extern target *first_target;   // built when no target is named
+extern target *suffix_target;  // the record of .SUFFIXES, or null
+extern target *phony_target;   // the record of .PHONY, or null
+extern target *default_target; // the record of .DEFAULT, or null
 // Counts the blocks that named .SUFFIXES, in any run, from 1: what a rule keeps
 // of the suffix list holds while this has not changed.
-extern uint32_t suffix_list_changes; // the record of .SUFFIXES, or null
-extern target *phony_target;         // the record of .PHONY, or null
-extern target *default_target;       // the record of .DEFAULT, or null
+extern uint32_t suffix_list_changes;
 // The inference rules of target_list, in the same order, so that the rule
 // search visits rules only. Part of the run's tables, saved with them.
 extern target *rule_list;
